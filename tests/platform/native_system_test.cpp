@@ -1,0 +1,220 @@
+// The system this test was built for, through real files: the same expectations on every system.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <span>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "platform/platform.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using platform::Sharing;
+
+std::span<const std::byte> bytes_of(std::string_view text) {
+  return std::as_bytes(std::span(text));
+}
+
+std::string text_of(std::span<const std::byte> bytes) {
+  std::string text(bytes.size(), '\0');
+  std::ranges::transform(bytes, text.begin(), [](std::byte b) { return static_cast<char>(b); });
+  return text;
+}
+
+std::unique_ptr<platform::File> opened(const std::string& path, Sharing sharing = Sharing::all) {
+  auto result = platform::system().open(path, sharing);
+  EXPECT_TRUE(result.ok()) << path << ": " << result.status().code;
+  return std::move(result.value());
+}
+
+class NativeSystem : public testing::Test {
+ protected:
+  NativeSystem() {
+    std::random_device random;
+    directory = fs::temp_directory_path() / ("quenor-" + std::to_string(random()) + std::to_string(random()));
+    fs::create_directory(directory);
+  }
+  ~NativeSystem() override { fs::remove_all(directory); }
+
+  std::string path(const std::string& name) const { return (directory / name).string(); }
+
+  std::string make(const std::string& name, const std::string& contents) const {
+    std::ofstream(directory / name, std::ios::binary) << contents;
+    return path(name);
+  }
+
+  std::string contents(const std::string& name) const {
+    std::ifstream file(directory / name, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+
+  fs::path directory;
+};
+
+TEST_F(NativeSystem, CreationTakesNewNamesOnlyAndSharesNothing) {
+  auto made = platform::system().create_new(path("new"));
+  ASSERT_TRUE(made.ok());
+  EXPECT_FALSE(platform::system().open(path("new"), Sharing::none).ok());
+  EXPECT_TRUE(made.value()->close().ok());
+  EXPECT_TRUE(platform::system().sync_directory_of(path("new")).ok());
+  EXPECT_EQ(fs::file_size(directory / "new"), 0u);
+
+  EXPECT_FALSE(platform::system().create_new(path("new")).ok());
+  EXPECT_FALSE(platform::system().create_new(path("no-such-directory/new")).ok());
+  EXPECT_FALSE(platform::system().open(path("absent"), Sharing::all).ok());
+  EXPECT_FALSE(fs::exists(directory / "absent"));
+}
+
+TEST_F(NativeSystem, ABackslashSeparatesDirectories) {
+  const std::string name = directory.string() + "\\main.odb";
+  {
+    auto made = platform::system().create_new(name);
+    ASSERT_TRUE(made.ok());
+    EXPECT_TRUE(made.value()->write_at(0, bytes_of("x")).ok());
+  }
+  EXPECT_EQ(contents("main.odb"), "x");
+  EXPECT_TRUE(platform::system().open(name, Sharing::all).ok());
+  EXPECT_TRUE(platform::system().sync_directory_of(name).ok());
+  EXPECT_TRUE(platform::system().is_directory(directory.string() + "\\").value());
+  EXPECT_TRUE(platform::system().free_bytes(directory.string() + "\\").ok());
+}
+
+TEST_F(NativeSystem, ReadsAndWritesGoWhereTheyAreTold) {
+  const auto file = opened(make("file", "0123456789"));
+  const auto read = [&](std::uint64_t position) {
+    std::vector<std::byte> buffer(4);
+    buffer.resize(file->read_at(position, buffer).value());
+    return text_of(buffer);
+  };
+  EXPECT_EQ(read(3), "3456");
+  EXPECT_EQ(read(8), "89");
+  EXPECT_EQ(read(10), "");
+  EXPECT_EQ(read(1'000'000), "");
+  EXPECT_EQ(file->write_at(2, bytes_of("ab")).value(), 2u);
+  EXPECT_EQ(file->write_at(12, bytes_of("cd")).value(), 2u);
+  EXPECT_TRUE(file->sync().ok());
+  EXPECT_EQ(contents("file"), std::string("01ab456789\0\0cd", 14));
+
+  constexpr std::uint64_t far = (std::uint64_t{1} << 32) + 1;
+  EXPECT_EQ(file->write_at(far, bytes_of("far")).value(), 3u);
+  EXPECT_EQ(read(far), "far");
+  EXPECT_EQ(read(1), "1ab4");
+  EXPECT_FALSE(file->write_at(~std::uint64_t{0}, bytes_of("x")).ok());
+  EXPECT_FALSE(file->has_fixed_size());
+}
+
+TEST_F(NativeSystem, AFileThatIsNotSharedCannotBeOpenedAgain) {
+  const std::string name = make("file", "x");
+  for (const Sharing sharing : {Sharing::none, Sharing::readers}) {
+    const auto first = opened(name, sharing);
+    EXPECT_NE(platform::system().open(name, sharing).status().code, 0u) << "both write";
+  }
+  const auto first = opened(name, Sharing::all);
+  EXPECT_TRUE(platform::system().open(name, Sharing::all).ok());
+}
+
+TEST_F(NativeSystem, AReaderChangesNothingAndTakesNoLock) {
+  const std::string name = make("file", "contents");
+  const auto writer = opened(name, Sharing::readers);
+  const auto reader = platform::system().open_read_only(name);
+  ASSERT_TRUE(reader.ok()) << "beside a writer that allows readers";
+  EXPECT_FALSE(reader.value()->write_at(0, bytes_of("x")).ok());
+  EXPECT_FALSE(reader.value()->map(0, 100).ok());
+  EXPECT_EQ(contents("file"), "contents");
+  EXPECT_TRUE(writer->close().ok());
+  EXPECT_TRUE(platform::system().open(name, Sharing::readers).ok()) << "beside a reader";
+  EXPECT_FALSE(platform::system().open_read_only(path("absent")).ok());
+}
+
+TEST_F(NativeSystem, AMappingOfAnyPartReachesTheFileWhichItLengthensIfNeedBe) {
+  constexpr std::size_t offset = 70'001;  // beyond a granule of either system, aligned to nothing
+  for (const std::size_t size : {200'000u, 10u}) {
+    std::string expected(size, 'a');
+    const auto file = opened(make("file", expected));
+    const auto result = file->map(offset, 1'000);
+    ASSERT_TRUE(result.ok());
+    platform::Mapping& mapping = *result.value();
+    expected.resize(std::max(size, offset + 1'000));
+    EXPECT_EQ(text_of(mapping.bytes()), expected.substr(offset, 1'000));
+
+    std::ranges::fill(mapping.bytes(), std::byte{'b'});
+    EXPECT_TRUE(mapping.sync().ok());
+    EXPECT_TRUE(mapping.unmap().ok());
+    EXPECT_TRUE(mapping.bytes().empty());
+    EXPECT_TRUE(mapping.close().ok());
+    EXPECT_EQ(contents("file"), expected.replace(offset, 1'000, 1'000, 'b'));
+
+    errno = 0;
+    const auto failed = file->map(platform::max_position - 1, 100);
+    EXPECT_NE(failed.status().code, 0u);
+    EXPECT_EQ(failed.status().code, static_cast<std::uint32_t>(errno));
+  }
+}
+
+TEST_F(NativeSystem, AModificationTimeIsTheOneThatWasSet) {
+  const auto file = opened(make("file", "x"));
+  const auto now = fs::file_time_type::clock::now();
+  fs::last_write_time(directory / "file", now - std::chrono::hours(1));
+  ASSERT_TRUE(file->set_modification_time(platform::system().file_time_now().value()).ok());
+  EXPECT_LT(std::chrono::abs(fs::last_write_time(directory / "file") - now), std::chrono::minutes(1));
+}
+
+TEST_F(NativeSystem, AnswersWhatIsThereAndHowMuchRoomThereIs) {
+  make("file", "x");
+  EXPECT_TRUE(platform::system().is_directory(directory.string()).value());
+  EXPECT_FALSE(platform::system().is_directory(path("file")).value());
+  EXPECT_FALSE(platform::system().is_directory(path("absent")).ok());
+  const std::uint64_t free = platform::system().free_bytes(directory.string()).value();
+  EXPECT_GT(free, 0u);
+  EXPECT_LE(free, fs::space(directory).capacity);
+
+  const auto absent = platform::system().free_bytes(path("absent"));
+  const auto text = platform::system().error_text(absent.status().code);
+  EXPECT_GE(text.value().size(), 5u);
+  EXPECT_LE(text.value().size(), 255u);
+  EXPECT_NE(text.value(), platform::system().error_text(platform::system().disk_full().code).value());
+}
+
+#if GTEST_HAS_DEATH_TEST && defined(SIGKILL)  // Windows interrupts through its console only
+using NativeSystemDeathTest = NativeSystem;
+
+TEST_F(NativeSystemDeathTest, AnInterruptEndsTheProcessAtOnceWithItsLastWords) {
+  const auto interrupted_by = [](int signal) {
+    platform::system().end_on_interrupt("first\n");
+    {
+      const platform::InterruptsHeld held(platform::system());
+      (void)std::raise(signal);
+      platform::system().end_on_interrupt("last\n");
+    }
+    std::_Exit(1);
+  };
+  EXPECT_EXIT(interrupted_by(SIGINT), testing::ExitedWithCode(128 + SIGINT), "^last\n$");
+  EXPECT_EXIT(interrupted_by(SIGTERM), testing::ExitedWithCode(128 + SIGTERM), "^last\n$");
+}
+#endif
+
+TEST_F(NativeSystem, ClocksRun) {
+  const std::uint64_t before = platform::system().monotonic_microseconds();
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  const std::uint64_t elapsed = platform::system().monotonic_microseconds() - before;
+  EXPECT_GE(elapsed, 15'000u);
+  EXPECT_LT(elapsed, 10'000'000u);
+
+  EXPECT_NEAR(static_cast<double>(platform::system().calendar_seconds()),
+              static_cast<double>(std::time(nullptr)), 2.0);
+}
+
+}  // namespace
