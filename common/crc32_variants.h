@@ -1,0 +1,25 @@
+// The ways to compute the checksum. All give the same result; the fastest that the processor can run is
+// chosen at run time, the first time a checksum is needed.
+
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace security::crc32_variants {
+
+// x^32 + x^26 + ... + 1 without its highest term, lowest bit first: bit 31 - k stands for x^k.
+inline constexpr std::uint32_t polynomial = 0xEDB8'8320;
+
+// Feeds bytes to the checksum's register and returns what the register then holds.
+using Update = std::uint32_t (*)(std::uint32_t register_value, std::span<const std::byte> data);
+
+// Sixteen bytes a step from tables; runs everywhere.
+std::uint32_t update_by_tables(std::uint32_t register_value, std::span<const std::byte> data);
+
+// The carry-less multiplication, or null when this processor, or the one built for, has none.
+Update multiplying_update();
+
+}  // namespace security::crc32_variants
