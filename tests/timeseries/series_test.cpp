@@ -1,0 +1,143 @@
+// Time series: their levels, their check IDs, and what of them is in the file.
+
+#include <algorithm>
+#include <array>
+
+#include "timeseries/check_ids.h"
+#include "timeseries/levels.h"
+#include "timeseries/phase_shift.h"
+#include "tsdb_fixture.h"
+
+namespace tsdb_test {
+
+class SeriesTest : public TsdbTest {
+ protected:
+  // What the current chains should hold, by kind. The first block of a level is 1 here, wherever it is.
+  using Model = std::array<Entries, 4>;
+
+  static std::uint32_t add_level(Model& model, std::uint32_t block_count, std::uint32_t parameter,
+                                 std::uint32_t next) {
+    const auto number = static_cast<std::uint32_t>(model[2].size());
+    model[2][number] = {1, block_count, next, parameter};
+    model[0].erase(number);
+    model[1].erase(number);
+    return number != 0 ? number : add_level(model, block_count, parameter, next);
+  }
+
+  static tsdb::SeriesDescription add_random_series(Random& random, Model& model) {
+    constexpr std::array<std::uint32_t, 5> entry_sizes = {0, 28, 20, 28, 1};
+    tsdb::SeriesDescription series{1 + below(random, 4), {}};
+    std::uint32_t next = 0;
+    for (std::uint32_t left = 1 + below(random, 3); left > 0; --left) {
+      const tsdb::LevelDescription level = {1 + below(random, 80), below(random, 100)};
+      const std::uint32_t length_bytes = level.entry_count * entry_sizes[series.datatype];
+      next = add_level(model, (length_bytes + 255) / 256, level.parameter, next);
+      series.levels.insert(series.levels.begin(), level);
+    }
+    model[3][static_cast<std::uint32_t>(model[3].size())] = {series.datatype, next};
+    return series;
+  }
+
+  // Also that no block has two owners.
+  void expect_in_file(const Model& model) const {
+    std::vector<int> owner_count(tsdb::btb_block_count());
+    const auto own = [&](std::uint32_t first, std::uint32_t count) {
+      for (std::uint32_t b = first; b < first + count; ++b)
+        EXPECT_EQ(++owner_count.at(b), 1) << "block " << b;
+    };
+    own(0, 1);
+    for (const tsdb::ChainTraits& traits : tsdb::chain_traits) {
+      for (std::uint32_t set = 0; set < tsdb::chain_set_count(); ++set) {
+        for (const tsdb::Run& run : tsdb::chain_of(traits.kind, set).runs())
+          own(run.first_block(), run.block_count());
+      }
+      Entries entries = committed(traits.kind).used;
+      for (auto& [number, level] : entries) {
+        if (traits.kind == ChainKind::lblock)
+          own(std::exchange(level[0], 1), level[1]);
+      }
+      ASSERT_EQ(entries, model[tsdb::kind_index(traits.kind)]) << traits.name;
+    }
+  }
+};
+
+TEST_F(SeriesTest, WhatWasSyncedIsInTheFile) {
+  for (std::uint32_t seed = 1; seed <= 9; ++seed) {
+    SCOPED_TRACE(seed);
+    Random random(seed);
+    make_database(48, 1 + seed % 3, 20);
+    Model model;
+    for (std::uint32_t step = 0; step < 200; ++step) {
+      const std::uint32_t what = below(random, 20);
+      tsdb::Chain& chain = current_chain(tsdb::chain_traits[below(random, what < 12 ? 2 : 4)].kind);
+      if (what < 12) {
+        const std::uint32_t entry = below(random, chain.capacity());
+        const std::uint32_t pointer = 1 + below(random, 1000);
+        tsdb::set_chain_pointer(chain, entry, pointer);
+        model[tsdb::kind_index(chain.kind())][entry] = {pointer};
+      } else if (what < 14) {
+        tsdb::grow_chain(chain, 1 + below(random, 2));
+      } else {
+        const auto next_id = static_cast<std::uint32_t>(model[3].size());
+        if (what < 16) {
+          EXPECT_EQ(tsdb::allocate_described_ts(add_random_series(random, model)), next_id);
+        } else if (what < 18) {
+          model[3][next_id] = {step + 1, 5};
+          EXPECT_EQ(tsdb::allocate_check_id(step + 1, 5), next_id);
+        } else {
+          tsdb::sync_chains();
+        }
+        expect_in_file(model);
+      }
+    }
+  }
+}
+
+TEST_F(SeriesTest, TheSearchInFullChainsAndTheirGrowthAreTraced) {
+  make_database(64, 2, 1);
+  for (std::uint32_t entry = 0; entry < 30; ++entry)
+    tsdb::set_check_pointer(current_chain(ChainKind::check), entry, {1, 1});
+  tsdb::log_mask = logging::default_mask | logging::detail;
+  EXPECT_EQ(tsdb::allocate_check_id(8, 9), 30);
+  EXPECT_THAT(
+      take_log(),
+      testing::IsSupersetOf(
+          {"1 2 Searching lblock offset 0", "1 2 No pointers in this checkblocks were 0",
+           "1 2 Stepping up to next 30 lblocks...",
+           "2 2 No free check IDs in check chain - will attempt to grow check chain",
+           "1 2 ChainElm returned 0 as the first free lblock",
+           "1 2 Setting check-chain pointer 30 to point to 8:9",
+           "1 4 New timestamp for chain 0 in block 3 is 1 (re-read: 1)",
+           "2 4 Allocating extra blocks needed to copy chain 0 into chain 1",
+           "2 2 Chain 1 in chain-block 3 was grown with 1 blocks to 2 chain elements (60 pointers)"}));
+  EXPECT_EQ(tsdb::allocate_level(2, 0, 0), 1u);
+  EXPECT_THAT(take_log(), testing::IsSupersetOf({"1 2 Allocated 2 blocks starting at 13 for new level",
+                                                 "1 2 LBlock 1 allocated from dblock 13 for 2 blocks"}));
+}
+
+TEST_F(SeriesTest, BlocksThatTheMapHasAheadOfTheFileAreNotHandedOut) {
+  make_database(100, 1, 1);
+  tsdb::resize_block_map(110);
+  tsdb::mark_allocated(5, 93);
+  EXPECT_EQ(tsdb::allocate_level(2, 0, 0), 1u);
+  EXPECT_EQ(current_chain(ChainKind::lblock).runs()[0].word(1, 0), 102u);
+  EXPECT_EQ(tsdb::btb_block_count(), 110u);
+}
+
+TEST_F(SeriesTest, WhatCannotBeAllocatedIsRefused) {
+  make_database(5, 1, 1);
+  sim.set_free_bytes(0);
+  expect_error<tsdb::error_internal>("allocate_described_ts() invoked with no levels", [] {
+    tsdb::allocate_described_ts({4, {}});
+  });
+  for (const std::uint32_t datatype : {0u, 5u, 0xFFFF'FFFFu}) {
+    expect_error<tsdb::error_dbtype>("Datatype out of range", [&] { tsdb::entry_size_of(datatype); });
+  }
+  expect_error<tsdb::error_dbnospace>("Unable to allocate 100 blocks in db file",
+                                      [] { tsdb::allocate_level(100, 0, 0); });
+  EXPECT_THROW(tsdb::allocate_check_id(0, 5), tsdb::error_internal);
+  EXPECT_FALSE(current_chain(ChainKind::lblock).dirty() || current_chain(ChainKind::check).dirty());
+  EXPECT_EQ(tsdb::btb_block_count(), 5u);
+}
+
+}  // namespace tsdb_test

@@ -1,0 +1,126 @@
+// A time series database on a simulated disk, for tests.
+
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+#include <typeinfo>
+#include <utility>
+#include <vector>
+
+#include "common/bytes.h"
+#include "common/errors.h"
+#include "common/log.h"
+#include "common/text.h"
+#include "reader.h"
+#include "simulation/simulated_system.h"
+#include "timeseries/backing_store.h"
+#include "timeseries/block_map.h"
+#include "timeseries/chain_sets.h"
+#include "timeseries/chains.h"
+#include "timeseries/create_tsdb.h"
+#include "timeseries/header.h"
+
+namespace tsdb_test {
+
+using reader::Entries;
+using simulation::Operation;
+using testing::Each;
+using testing::ElementsAre;
+using tsdb::ChainKind;
+using tsdb::current_chain;
+
+// Expects an error of exactly this class with exactly this text.
+template <typename Error, typename Call>
+void expect_error(const std::string& text, Call call) {
+  try {
+    call();
+    ADD_FAILURE() << "no error, expected: " << text;
+  } catch (const error::Exception& caught) {
+    EXPECT_EQ(typeid(caught).name(), typeid(Error).name());
+    EXPECT_EQ(caught.full_text(), text);
+  }
+}
+
+// The same numbers from the same seed on every platform.
+using Random = std::mt19937;
+
+// 0 to limit - 1.
+inline std::uint32_t below(Random& random, std::uint64_t limit) {
+  return static_cast<std::uint32_t>(random() % limit);
+}
+
+class TsdbTest : public testing::Test {
+ protected:
+  static constexpr const char* path = "/db/main.tsdb";
+
+  TsdbTest() {
+    sim.add_directory("/db");
+    sim.set_free_bytes(std::uint64_t{1} << 30);
+  }
+  ~TsdbTest() override {
+    tsdb::tsdb_close();
+    tsdb::log_mask = logging::default_mask;
+    logging::set_sink(sink_before);
+  }
+
+  // Opens a file of such blocks as the store.
+  void open_store(std::uint32_t block_size, std::size_t block_count = 0) {
+    tsdb::tsdb_close();
+    sim.add_file(path, std::vector<std::byte>(block_count * block_size));
+    tsdb::btb_open(path);
+    tsdb::btb_set_block_size(block_size);
+  }
+
+  // A database of `block_count` blocks with chains for `check_count` checks; for none, chains without runs.
+  void make_database(std::uint32_t block_count, std::uint32_t chain_sets, std::uint32_t check_count,
+                     std::uint32_t block_size = 256) {
+    open_store(block_size);
+    tsdb::init_block_map(block_count);
+    tsdb::btb_grow(block_count);
+    tsdb::create_header(block_size, block_count, chain_sets);
+    for (std::uint32_t set = 0; set < chain_sets && check_count != 0; ++set) {
+      for (const tsdb::ChainTraits& traits : tsdb::chain_traits)
+        tsdb::create_chain(traits.kind, set, check_count);
+    }
+    tsdb::write_header();
+    tsdb::sync_writes();
+    take_log();
+  }
+
+  // What is committed of a chain, read from the durable bytes of the file alone: the chain of the highest
+  // timestamp among those of the kind whose line of the chain table has a valid CRC.
+  reader::Chain committed(ChainKind kind) const {
+    const std::vector<std::byte> contents = sim.durable_contents(path);
+    reader::Bytes bytes(contents.size());
+    std::ranges::transform(contents, bytes.begin(),
+                           [](std::byte b) { return std::to_integer<std::uint8_t>(b); });
+    const reader::Tsdb tsdb(std::move(bytes));
+    reader::Chain newest;
+    for (std::uint32_t set = 0; set < tsdb.set_count; ++set) {
+      auto chain = tsdb.chain(static_cast<reader::Kind>(tsdb::kind_index(kind)), set);
+      if (newest.blocks.empty() || chain.timestamp > newest.timestamp)
+        newest = std::move(chain);
+    }
+    return newest;
+  }
+
+  // The log's lines since the last call as "level area text"; a test may widen the mask.
+  static std::vector<std::string> take_log() { return std::exchange(log_lines, {}); }
+
+  simulation::SimulatedSystem sim;
+  simulation::Installed installed{sim};
+
+ private:
+  static inline std::vector<std::string> log_lines;
+  logging::Sink sink_before =
+      logging::set_sink([](logging::Level level, logging::Area area, std::string_view line) {
+        log_lines.push_back(text::concat(level, " ", area, " ", line));
+      });
+};
+
+}  // namespace tsdb_test
