@@ -1,0 +1,46 @@
+// The most recently used blocks of the meta database, each as the file holds it with every committed
+// journal update laid over it. Invariants:
+//
+//   C1  A cached block holds committed bytes only, all of them; nothing changes it in place but
+//       cache_apply_update, which a commit calls.
+//   C2  Every entry of the list but one whose reading failed is named by exactly one slot of the table.
+//   C3  live slots ≤ non-empty slots, and live × 4 ≤ slots after an insertion until the table is at its
+//       largest.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace mdb {
+
+// The block's committed bytes. The view is valid until the next call that may read or commit a block.
+// Throws what block_read throws; then the cache is as before, but the least recently used block may be gone.
+std::span<const std::byte> cache_get_block(std::uint32_t block);
+
+// The block's committed bytes when it is cached, else an empty span. Touches neither order nor meters.
+std::span<const std::byte> cache_peek(std::uint32_t block);
+
+// Lays a committed update over every cached block that it touches.
+void cache_apply_update(std::uint64_t target, std::span<const std::byte> data);
+
+// Drops every entry.
+void cache_clear();
+
+// The number of entries at which the least recently used one makes room; 8,192 at start. For use while the
+// cache is empty. REQUIRES: limit > 0.
+void cache_set_limit(std::uint32_t limit);
+
+struct CacheStatistics {
+  std::uint32_t entries;
+  std::uint32_t slots;
+  std::uint32_t live;
+  std::uint32_t non_empty;
+  std::uint64_t probes;  // every probe after the first of a look-up
+  std::uint64_t rehashes;
+};
+// The state of the cache, and what it has counted since the last cache_clear().
+CacheStatistics cache_statistics();
+
+}  // namespace mdb

@@ -1,0 +1,46 @@
+// The byte range that holds the journal, mapped into memory, on a file handle of its own. One a process.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+
+namespace mdb {
+
+inline constexpr std::uint64_t no_journal_limit = ~std::uint64_t{0};
+
+// Opens the file and maps `length` bytes from `offset`, or when `length` is 0 everything up to the end of
+// the file. An external journal takes no second opener. Entries are placed below `limit` only; a range
+// too long to be mapped whole is mapped as far as the limit asks. What an earlier journal left is forgotten.
+// Throws error_open, error_io.
+void journal_map(const std::string& name, std::uint64_t offset, std::uint64_t length, bool external,
+                 std::uint64_t limit = no_journal_limit);
+
+// Makes the mapped bytes durable and stamps the file with the time. A failed flush stays failed: every later
+// call throws the same error until a journal is mapped anew.
+// Throws error_io.
+void journal_sync();
+
+// Notes that journal bytes have been changed since the last sync; a sync when there are such.
+void journal_mark_written();
+void journal_sync_if_written();
+
+// Syncs, unmaps and closes. Throws error_io.
+void journal_unmap();
+
+// Drops the mapping and the file without a sync and without an error.
+void journal_drop();
+
+// Throws the error of a failed flush of the journal or the store, if there was one.
+void throw_if_sync_failed();
+
+// Whether a journal is attached.
+bool journal_is_mapped();
+// The bytes that may hold the journal: the mapped ones up to the limit. Empty when nothing is mapped.
+std::span<std::byte> journal_bytes();
+// The length that was mapped, for reports.
+std::uint64_t journal_mapped_length();
+
+}  // namespace mdb

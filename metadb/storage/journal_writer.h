@@ -1,0 +1,55 @@
+// Where the next entry goes, and the writing of entries.
+
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "metadb/storage/journal_format.h"
+
+namespace mdb {
+
+// The writer of one mapped journal. Each write begins at position() and advances it by the entry's size;
+// the "bytes" meter counts it. Throws error_range for an entry past the journal's end.
+class JournalWriter {
+ public:
+  // Half 0 or 1: the one that is being written.
+  unsigned half() const { return half_; }
+  std::uint64_t serial() const { return serial_; }
+  std::uint64_t position() const { return position_; }
+
+  // Bytes below the half's limit; 0 past it. Throws error_internal for a position in the other half.
+  std::uint32_t free() const;
+
+  // Stands where recovery ended: the next flip leaves `half` and raises `serial` by one.
+  void resume(std::uint64_t serial, unsigned half);
+  // Continues at the first entry of the other half under the next serial, and writes its index pointer.
+  void enter_other_half();
+  // Strikes out what would read as a transaction of the next serial in the other half; true if anything was.
+  bool strike_out_stale_begins();
+
+  void write_begin();
+  // Returns the position of the data within the journal.
+  std::uint32_t write_update(std::span<const std::byte> data, std::uint64_t target);
+  void write_end(std::uint32_t crc);
+  // Points to the first entry of the other half; the position does not advance.
+  void write_redirection();
+  // Writes entries that are already in their stored form.
+  void write_raw(std::span<const std::byte> entries);
+
+  // Gives back everything from `position` on; the second form leaves zeros there.
+  void move_back(std::uint64_t position);
+  void move_back_and_erase(std::uint64_t position);
+
+  // The written bytes from `position` to position().
+  std::span<const std::byte> written_since(std::uint64_t position) const;
+
+ private:
+  std::span<std::byte> claim(std::uint64_t size);
+
+  unsigned half_ = 0;
+  std::uint64_t serial_ = 0;
+  std::uint64_t position_ = 0;
+};
+
+}  // namespace mdb

@@ -1,0 +1,152 @@
+#include "running_half.h"
+
+#include <algorithm>
+#include <exception>
+
+#include "common/errors.h"
+#include "journal_walk.h"
+#include "metadb/storage/backing_store.h"
+#include "metadb/storage/block_copy.h"
+#include "metadb/storage/buffer_cache.h"
+#include "metadb/storage/mapped_journal.h"
+#include "overlay.h"
+#include "update_index.h"
+
+namespace mdb {
+namespace {
+
+// How far one user of the half has come: bytes from its first entry, and transactions.
+struct Cursor {
+  std::uint64_t offset = 0;
+  std::uint64_t transactions = 0;
+};
+
+struct RunningHalf {
+  std::uint64_t serial = 0;
+  std::uint64_t jpos = 0;
+  std::uint64_t committed = 0;
+  Cursor cached;
+  Cursor applied;
+  UpdateIndex unapplied;
+  std::exception_ptr broken;
+};
+
+RunningHalf half;
+
+// In the running journal, what is not a complete transaction of the serial is corruption, not the end.
+[[noreturn]] void throw_stale() {
+  throw error_internal("Stale transaction found in running journal");
+}
+
+// Walks the transactions between the cursor and the last committed one, no entry further.
+template <typename Visitor>
+Cursor walk(Cursor from, CrcCheck crc_check, Visitor visit) {
+  const JournalBytes journal = journal_bytes();
+  std::uint64_t position = half.jpos + from.offset;
+  std::uint64_t transactions = from.transactions;
+  std::uint64_t serial = half.serial;
+  while (transactions < half.committed) {
+    const EntryKind kind = entry_kind(journal, position);
+    if (kind == EntryKind::redirection && serial == half.serial) {
+      position = redirection_target(journal, position);
+      serial += 1;
+      continue;
+    }
+    if (kind != EntryKind::begin || begin_serial(journal, position) != serial)
+      throw_stale();
+    const TransactionExtent extent = check_transaction(journal, position, crc_check);
+    if (extent.state != TransactionExtent::State::complete)
+      throw_stale();
+    for_each_update(journal, extent, visit);
+    position = extent.next();
+    transactions += 1;
+  }
+  return {position - half.jpos, transactions};
+}
+
+// The bytes from `start` to `end` of the store, which lie in one block, as the journal has them.
+void write_range(std::uint64_t block, std::uint64_t start, std::uint64_t end) {
+  const std::uint64_t block_start = block * block_size();
+  const auto length = static_cast<std::size_t>(end - start);
+  const auto cached = cache_peek(static_cast<std::uint32_t>(block));
+  if (!cached.empty()) {
+    byte_write(cached.subspan(static_cast<std::size_t>(start - block_start), length), start, false);
+    return;
+  }
+  BlockBuffer bytes(length);
+  byte_read(bytes.bytes(), start);
+  running_half_overlay(bytes.bytes(), start);
+  byte_write(bytes.bytes(), start, false);
+}
+
+// One write from the first to the last changed byte; the bytes between are written as the file has them.
+void write_changed_block(std::uint64_t block) {
+  const std::uint64_t block_start = block * block_size();
+  const std::uint64_t block_end = block_start + block_size();
+  std::uint64_t start = block_end;
+  std::uint64_t end = block_start;
+  half.unapplied.for_each_of_block(block, [&](const UpdateRecord& record) {
+    start = std::min(start, std::max(record.target, block_start));
+    end = std::max(end, std::min(record.target + record.length, block_end));
+  });
+  write_range(block, start, end);
+}
+
+void check_lies_within_store(const Update& update) {
+  if (update.target > backing_size() || update.data.size() > backing_size() - update.target) {
+    throw error_range("Write beyond end of object backing store attempted");
+  }
+}
+
+}  // namespace
+
+void running_half_enter(std::uint64_t serial, std::uint64_t jpos) {
+  half = {};
+  half.serial = serial;
+  half.jpos = jpos;
+}
+
+void running_half_count_commit() {
+  half.committed += 1;
+}
+
+void running_half_update_cache() {
+  try {
+    half.cached = walk(half.cached, CrcCheck::no, [](const Update& update) {
+      if (update.data.empty())
+        return;
+      cache_apply_update(update.target, update.data);
+      half.unapplied.add(
+          {update.target, static_cast<std::uint32_t>(update.data.size()), update.data_position});
+    });
+  } catch (...) {
+    half.broken = std::current_exception();  // R1 no longer holds
+    throw;
+  }
+}
+
+void running_half_apply() {
+  running_half_throw_if_broken();
+  if (half.applied.transactions >= half.committed)
+    return;
+  journal_sync_if_written();
+  const Cursor applied = walk(half.applied, CrcCheck::yes, check_lies_within_store);
+  for (const std::uint64_t block : half.unapplied.blocks())
+    write_changed_block(block);
+  half.applied = applied;  // R3
+  half.unapplied.clear();  // R2
+}
+
+void running_half_overlay(std::span<std::byte> buffer, std::uint64_t offset) {
+  const JournalBytes journal = journal_bytes();
+  half.unapplied.for_each_of_block(offset / block_size(), [&](const UpdateRecord& record) {
+    overlay_record(buffer, offset, record, journal);
+  });
+}
+
+void running_half_throw_if_broken() {
+  if (half.broken != nullptr)
+    std::rethrow_exception(half.broken);
+}
+
+}  // namespace mdb

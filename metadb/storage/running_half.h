@@ -1,0 +1,39 @@
+// The half of the journal that is being written, as far as its transactions are committed: which of them the
+// cache has, which the database file has, and how a reader gets those that the file does not have yet.
+//
+//   R1  The cache has every committed transaction: the commit-time pass follows each commit.
+//   R2  `unapplied` lists exactly the updates of the committed transactions that the file does not have.
+//   R3  Only whole transactions count as applied, and only once all their bytes are in the file.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace mdb {
+
+// Starts an empty half: its serial and where its entries begin.
+void running_half_enter(std::uint64_t serial, std::uint64_t jpos);
+
+// Counts one more committed transaction.
+void running_half_count_commit();
+
+// The commit-time pass: hands the updates of newly committed transactions to the cache.
+// Throws error_internal "Stale transaction found in running journal"; then the database must be opened anew.
+void running_half_update_cache();
+
+// Syncs the journal where needed and writes what is committed and not yet applied into the store, each
+// changed block once, in file order.
+// Throws error_internal "Stale transaction found in running journal", and what journal_sync and byte_write
+// throw.
+void running_half_apply();
+
+// Lays what is committed and not yet applied over a buffer that holds the file's bytes from `offset`, which
+// lie within one block.
+void running_half_overlay(std::span<std::byte> buffer, std::uint64_t offset);
+
+// Throws the error of an earlier commit-time pass that did not complete.
+void running_half_throw_if_broken();
+
+}  // namespace mdb
