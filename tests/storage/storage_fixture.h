@@ -1,0 +1,129 @@
+// A store and an external journal on a simulated system, opened without the layers above.
+
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <typeinfo>
+#include <vector>
+
+#include "common/errors.h"
+#include "common/log.h"
+#include "metadb/storage/backing_store.h"
+#include "metadb/storage/block_copy.h"
+#include "metadb/storage/buffer_cache.h"
+#include "metadb/storage/journal.h"
+#include "metadb/storage/mapped_journal.h"
+#include "metadb/storage/mdb_header.h"
+#include "simulation/simulated_system.h"
+
+using Bytes = std::vector<std::byte>;
+
+inline Bytes bytes_of(std::string_view text) {
+  Bytes result;
+  for (const char c : text)
+    result.push_back(static_cast<std::byte>(c));
+  return result;
+}
+
+inline std::string text_of(std::span<const std::byte> bytes) {
+  std::string result;
+  for (const std::byte b : bytes)
+    result.push_back(std::to_integer<char>(b));
+  return result;
+}
+
+// The class and the full text of what `action` throws, as "io: text"; "nothing" when it returns.
+inline std::string thrown_by(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const error::Exception& e) {
+    const std::string mangled = typeid(e).name();  // N3mdb8error_ioE
+    const std::size_t start = mangled.find("error_") + 6;
+    return mangled.substr(start, mangled.size() - 1 - start) + ": " + e.full_text();
+  }
+  return "nothing";
+}
+
+class StorageTest : public testing::Test {
+ protected:
+  static constexpr const char* store_path = "/main.odb";
+  static constexpr const char* journal_path = "/main.odbj";
+
+  StorageTest() { log_lines_.clear(); }
+  ~StorageTest() override {
+    forget();
+    logging::set_sink(sink_before_);
+  }
+
+  void create(std::size_t store_bytes, std::size_t journal_bytes, std::uint32_t block_size = 512) {
+    block_size_ = block_size;
+    sim_.add_file(store_path, Bytes(store_bytes));
+    sim_.add_file(journal_path, Bytes(journal_bytes));
+    mdb::journal_map(journal_path, 0, 0, true);
+    mdb::journal_format();
+    mdb::journal_shutdown();
+  }
+
+  // Opens both files; recovery runs.
+  void open() {
+    map();
+    mdb::journal_validate();
+  }
+
+  void map() {
+    mdb::backing_open(store_path);
+    mdb::set_block_size(block_size_);
+    mdb::journal_map(journal_path, 0, 0, true);
+  }
+
+  // As if the process had died: nothing is flushed, nothing is lost.
+  static void forget() {
+    mdb::journal_abandon();
+    try {
+      mdb::backing_close();
+    } catch (const mdb::error_io&) {
+      // The next open starts afresh.
+    }
+    mdb::mdb_forget_header();
+  }
+
+  void pass_seconds(std::uint64_t seconds) { sim_.advance_microseconds(seconds * 1'000'000); }
+
+  static void write(std::string_view text, std::uint64_t offset) {
+    mdb::transaction_update(bytes_of(text), offset);
+  }
+
+  static void commit(std::string_view text, std::uint64_t offset, bool lazy = true) {
+    mdb::Transaction transaction;
+    write(text, offset);
+    transaction.end(lazy);
+  }
+
+  // What a private copy of the block shows at `offset` of the store.
+  std::string seen(std::uint64_t offset, std::size_t length) const {
+    const auto copy = mdb::read_block_copy(static_cast<std::uint32_t>(offset / block_size_));
+    return text_of(copy.bytes().subspan(offset % block_size_, length));
+  }
+
+  std::string in_file(std::uint64_t offset, std::size_t length) const {
+    return text_of(sim_.contents(store_path)).substr(offset, length);
+  }
+
+  static bool logged(const std::string& line) { return std::ranges::count(log_lines_, line) > 0; }
+
+  simulation::SimulatedSystem sim_;
+  simulation::Installed installed_{sim_};
+  std::uint32_t block_size_ = 512;
+  static inline std::vector<std::string> log_lines_;
+
+ private:
+  logging::Sink sink_before_ = logging::set_sink(
+      [](logging::Level, logging::Area, std::string_view line) { log_lines_.emplace_back(line); });
+};
