@@ -1,0 +1,258 @@
+// Nodes: the stored form byte for byte, what damaged records do, and random lives of nodes, which the data
+// blocks and the indexes below them follow.
+
+#include "mdb_fixture.h"
+#include "nodemodel/node_lookup.h"
+#include "nodemodel/node_store.h"
+#include "nodemodel/node_types.h"
+#include "nodemodel/record_reader.h"
+#include "nodemodel/serialization_cache.h"
+
+namespace mdb_test {
+namespace {
+
+using mdb::PropertyBool;
+using mdb::PropertyNodeId;
+using mdb::PropertyString;
+using Number = mdb::PropertySomething32<unsigned, 1>;
+using CheckId = mdb::PropertySomething32<unsigned, 8>;
+using NodeType = mdb::PropertyEnum<dbcache::node_type_t>;
+
+struct NodeMdb : IndexMdb {
+  explicit NodeMdb(std::uint32_t indexes = 2, std::uint32_t size = 512) : IndexMdb(size, 8, indexes) {
+    mdb::node_model_init();
+  }
+};
+
+// Puts a record of these properties into the cache.
+template <typename... Properties>
+void serialize(const Properties&... properties) {
+  mdb::clear_cache();
+  (mdb::add_property(properties), ...);
+}
+
+template <typename... Properties>
+ObjectReference store_node(ObjectReference reference, const Properties&... properties) {
+  serialize(properties...);
+  return mdb::node_store(reference);
+}
+
+PropertyNodeId own_id(std::uint32_t number) {
+  return PropertyNodeId(0, {0, number});
+}
+PropertyNodeId parent(std::uint32_t number) {
+  return PropertyNodeId(2, {0, number});
+}
+
+TEST(SerializationCache, WritesEveryKindOfEntry) {
+  NodeMdb database;
+  PropertyString marked(51, std::string("admin\0cut", 9));
+  marked.mark = 4;
+  serialize(PropertyNodeId(0, {1, 6}), Number(1, 0x01020304), NodeType(3, dbcache::node_type_t::user), marked,
+            PropertyString(512, ""), PropertyBool(902, true), CheckId(2601, 77), Number(1, 9));
+  const auto hex_of_cache = [] {
+    std::string hex;
+    for (const std::byte byte : mdb::cache_bytes()) {
+      hex += text::hex_digits[std::to_integer<std::size_t>(byte >> 4)];
+      hex += text::hex_digits[std::to_integer<std::size_t>(byte & std::byte{15})];
+    }
+    return hex;
+  };
+  EXPECT_EQ(hex_of_cache(),
+            "000000000000001800000004000000010000000600000000"
+            "00000001000000100000000101020304"
+            "00000003000000100000000500000002"
+            "00000033000000188000000361646d696e00000000000000"
+            "00000200000000100000000300000000"
+            "00000386000000100000000601000000"
+            "00000a2900000010000000090000004d");
+  // Padding keeps what the buffer held.
+  serialize(PropertyString(1, "ABCDEFGHIJKLMNOPQRS"));
+  serialize(PropertyString(1, "ab"));
+  EXPECT_EQ(hex_of_cache(), "00000001000000100000000361620044");
+}
+
+TEST(SerializationCache, HoldsExactlyOneBlock) {
+  EXPECT_EQ(thrown_by(mdb::node_model_init),
+            "internal: Attempt to initialize raw access layer before MDB I/O was initialized");
+  EXPECT_THROW(mdb::add_property(Number(1, 1)), mdb::error_bigobj);
+  NodeMdb database(2, 8192);
+  for (const auto& [length, entry] :
+       {std::pair{3u, 16u}, {4u, 24u}, {11u, 24u}, {12u, 32u}, {8179u, 8192u}}) {
+    serialize(PropertyString(51, std::string(length, 'x')));
+    EXPECT_EQ(mdb::cache_length(), entry);
+  }
+  EXPECT_EQ(thrown_by([] { serialize(Number(9, 1), PropertyString(51, std::string(8164, 'x'))); }),
+            "bigobj: No space in serialization cache for property 51");
+  mdb::add_property(PropertyString(51, "short now, but the id counts as added"));
+  EXPECT_EQ(mdb::cache_length(), 16);
+}
+
+TEST(RecordReader, GivesBackWhatWasStoredAndNamesWhatDoesNotFit) {
+  NodeMdb database;
+  PropertyString name(51, "abcdefg");
+  name.mark = 1;
+  const ObjectReference reference = store_node({}, Number(9, 77), name);
+  PropertyString text;
+  Number number;
+  const auto read = [&] {
+    const mdb::ObjectHandle object = mdb::object_load(reference);
+    mdb::RecordReader reader(object);
+    reader.next()->read_into(number);
+    reader.next()->read_into(text);
+    EXPECT_FALSE(reader.next());
+  };
+  const auto erase = [&] { mdb::node_erase(reference); };
+  read();
+  EXPECT_EQ(std::tuple(number.id(), number.value(), number.mark), std::tuple(9u, 77u, 0));
+  EXPECT_EQ(std::tuple(text.id(), text.value(), text.mark), std::tuple(51u, "abcdefg", 1));
+
+  const std::uint32_t first = reference.offset + 4, second = first + 16;
+  const auto place = [&](std::uint32_t offset) {
+    return text::concat(" at offset ", offset, " in block ", reference.block);
+  };
+  for (const std::uint32_t length : {0u, 11u, 25u, 0xFFFF'FFF8u}) {
+    set_word(reference.block, second + 4, length);
+    const std::string refusal = text::concat("need_repair: Record entry", place(second), " has length ",
+                                             length, " with 24 bytes left in its object");
+    EXPECT_EQ(thrown_by(read), refusal);
+    EXPECT_EQ(thrown_by(erase), refusal);
+  }
+  set_word(reference.block, second + 4, 19);
+  EXPECT_EQ(thrown_by(read),
+            "need_repair: Value of property 51 crosses the end of its entry" + place(second));
+  set_word(reference.block, second + 4, 24);
+  set_word(reference.block, first, 2);
+  EXPECT_EQ(thrown_by(erase), "need_repair: Value of property 2 crosses the end of its entry" + place(first));
+}
+
+TEST(NodeStore, FailsWholeForAMissingIndexOrATakenId) {
+  NodeMdb database;
+  const ObjectReference node = store_node({}, own_id(6), parent(1), Number(9, 1));
+  const auto expect_refusal = [&](const auto&... properties) {
+    const std::string refusal = "internal: Attempt to insert in non-unique non-existant index";
+    const auto before = contents();
+    EXPECT_EQ(thrown_by([&] { store_node(node, own_id(6), properties...); }), refusal);
+    EXPECT_TRUE(contents() == before);
+    EXPECT_EQ(thrown_by([&] { store_node({}, own_id(7), properties...); }), refusal);
+    EXPECT_THROW(store_node({}, own_id(6), Number(9, 1)), mdb::error_index_conflict);
+    EXPECT_EQ(mdb::node_find({0, 7}), std::nullopt);
+  };
+  for (const std::uint32_t id : {59u, 3800u, 3901u})
+    expect_refusal(parent(1), PropertyNodeId(id, {0, 3}));
+  expect_refusal(parent(2), PropertyBool(502, true));
+  // Neither a false flag nor a flag without a parent makes a member of index 2.
+  const ObjectReference outsider = store_node({}, own_id(8), parent(1), PropertyBool(502, false));
+  EXPECT_NO_THROW(store_node(outsider, own_id(8), PropertyBool(502, true)));
+
+  // The same keys in the same place cost the indexes nothing.
+  const std::uint64_t searches = meter_value("index", "uniq_generic_search");
+  EXPECT_EQ(store_node(node, own_id(6), parent(1), Number(9, 2)), node);
+  EXPECT_EQ(meter_value("index", "uniq_generic_search"), searches);
+}
+
+// Random lives of nodes against a plain list of their records. That the indexes follow, and the data blocks
+// keep their order, is for the inspection to say.
+class NodeModel : public testing::TestWithParam<std::uint32_t> {
+ protected:
+  struct Node {
+    std::uint32_t id = 0;
+    bool is_child = false;
+    Bytes record = {};
+    ObjectReference reference = {};
+  };
+
+  std::uint32_t pick(std::size_t below) { return static_cast<std::uint32_t>(random() % below); }
+
+  void write(Node& node) {
+    serialize(own_id(node.id), PropertyString(51, std::string(pick(pick(8) == 0 ? 340 : 120), 'x')));
+    const std::uint32_t flag = pick(3);
+    if (flag != 0)
+      mdb::add_property(PropertyBool(502, flag == 1));
+    for (const std::uint32_t property : {59u, 3800u, 3901u}) {
+      if (pick(3) != 0)
+        mdb::add_property(PropertyNodeId(property, {0, pick(5)}));
+    }
+    node.is_child = pick(3) != 0;
+    if (node.is_child)
+      mdb::add_property(parent(pick(5)));
+    node.record.assign(mdb::cache_bytes().begin(), mdb::cache_bytes().end());
+    node.reference = mdb::node_store(node.reference);
+  }
+
+  void erase_last() {
+    mdb::node_erase(nodes.back().reference);
+    nodes.pop_back();
+  }
+
+  void step() {
+    const std::uint32_t what = nodes.empty() ? 0 : pick(10);
+    if (what < 4)
+      nodes.push_back({.id = next_id++});
+    else
+      std::swap(nodes[pick(nodes.size())], nodes.back());
+    if (what == 7)
+      nodes.back().id = next_id++;
+    what < 8 ? write(nodes.back()) : erase_last();
+  }
+
+  void aborted_steps() {
+    const auto before = nodes;
+    mdb::Transaction transaction;
+    for (std::uint32_t count = pick(4); count > 0; --count)
+      step();
+    nodes = before;
+  }
+
+  void check() const {
+    expect_sound(true);
+    for (const Node& node : nodes) {
+      EXPECT_EQ(mdb::node_find({0, node.id}), node.reference);
+      EXPECT_TRUE(record_of(node.reference) == node.record) << node.id;
+    }
+    std::ptrdiff_t children = 0;
+    for (std::uint32_t id = 0; id < 5; ++id) {
+      for (mdb::NodeCursor child = mdb::node_children({0, id}); !child.at_end(); child.next())
+        ++children;
+    }
+    EXPECT_EQ(children, std::ranges::count(nodes, true, &Node::is_child));
+    std::ptrdiff_t objects = 0;
+    for (std::uint32_t block = database.data_first(); block < mdb::backing_size() / 512; ++block) {
+      if (mdb::mark_query(block) != BlockClass::used && mdb::mark_query(block) != BlockClass::full)
+        continue;
+      const Layout layout = layout_of(block);
+      EXPECT_EQ(std::ranges::adjacent_find(layout, [](int a, int b) { return a < 0 && b < 0; }),
+                layout.end());
+      objects += std::ranges::count_if(layout, [](int item) { return item > 0; });
+    }
+    EXPECT_EQ(objects, std::ssize(nodes));
+  }
+
+  NodeMdb database{6};
+  std::mt19937 random{GetParam()};
+  std::uint32_t next_id = 1;
+  std::vector<Node> nodes;
+};
+
+TEST_P(NodeModel, StoresWhatTheListSays) {
+  for (int i = 1; i <= 400; ++i) {
+    pick(8) == 0 ? aborted_steps() : step();
+    if (i % 20 == 0)
+      check();
+    if (i % 50 != 0)
+      continue;
+    i % 100 == 0 ? database.reopen() : database.open();  // the latter as after the death of the process
+    EXPECT_TRUE(mdb::cache_bytes().empty() && mdb::raw_access_buffer().empty());
+    mdb::node_model_init();
+  }
+  while (!nodes.empty())
+    erase_last();
+  expect_sound(true);
+  for (std::uint32_t block = database.data_first() + 6; block < 200; ++block)
+    EXPECT_EQ(mdb::mark_query(block), BlockClass::empty);
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, NodeModel, testing::Range(1u, 5u));
+
+}  // namespace
+}  // namespace mdb_test

@@ -1,0 +1,218 @@
+// A small meta database that is open, ways to fill and to damage its blocks, and looks at what it holds.
+
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <map>
+#include <random>
+#include <string>
+#include <typeinfo>
+#include <utility>
+
+#include "common/errors.h"
+#include "common/log.h"
+#include "common/meters.h"
+#include "common/text.h"
+#include "inspect/inspection.h"
+#include "metadb/objects/allocator.h"
+#include "metadb/objects/indexes.h"
+#include "metadb/objects/objects.h"
+#include "metadb/storage/block_copy.h"
+#include "small_mdb.h"
+
+namespace mdb_test {
+
+using mdb::BlockClass;
+using mdb::ObjectReference;
+using Key = mdb::IndexKey;
+
+// Takes the place of the log's output while it lives.
+class LogCapture {
+ public:
+  LogCapture() : previous_(logging::set_sink(keep)), previous_mask_(mdb::log_mask) { lines().clear(); }
+  ~LogCapture() {
+    logging::set_sink(previous_);
+    mdb::log_mask = previous_mask_;
+  }
+  LogCapture(const LogCapture&) = delete;
+  LogCapture& operator=(const LogCapture&) = delete;
+
+  struct Line {
+    logging::Level level;
+    logging::Area area;
+    std::string text;
+    bool operator==(const Line&) const = default;
+  };
+
+  // The lines since the last call.
+  static std::vector<Line> take() { return std::exchange(lines(), {}); }
+
+ private:
+  static std::vector<Line>& lines() {
+    static std::vector<Line> all;
+    return all;
+  }
+  static void keep(logging::Level level, logging::Area area, std::string_view text) {
+    lines().push_back({level, area, std::string(text)});
+  }
+
+  logging::Sink previous_;
+  logging::Level previous_mask_;
+};
+using Line = LogCapture::Line;
+
+// The present value of a meter.
+inline std::uint64_t meter_value(const std::string& group_name, const std::string& name) {
+  for (const meter::Group* group : meter::Group::top_level()) {
+    for (const meter::Metric* metric : group->values()) {
+      if (group->name() == group_name && metric->name() == name)
+        return metric->value();
+    }
+  }
+  ADD_FAILURE() << "no meter " << group_name << "/" << name;
+  return 0;
+}
+
+// What the call throws, as "fubar: text" for an error_fubar.
+template <typename Call>
+std::string thrown_by(const Call& call) {
+  try {
+    call();
+  } catch (const error::Exception& error) {
+    const std::string mangled = typeid(error).name();  // N3mdb11error_fubarE
+    const std::size_t begin = mangled.find("error_") + 6;
+    return text::concat(mangled.substr(begin, mangled.size() - begin - 1), ": ", error.message());
+  }
+  return "nothing";
+}
+
+// Creates the database and opens it; at the end it is dropped as by a death of the process. The log is
+// captured meanwhile.
+class TestMdb : public MdbShape {
+ public:
+  explicit TestMdb(const MdbShape& shape = {}) : MdbShape(shape) {
+    create_mdb(sim, *this);
+    open();
+  }
+  ~TestMdb() { mdb::mdb_close(); }
+
+  void open() { mdb::mdb_open(mdb_path); }
+  void reopen() {
+    close_mdb();
+    open();
+  }
+
+  // Changes a byte of the file. REQUIRES: the database is closed.
+  void poke(std::uint64_t offset, std::uint8_t value) {
+    Bytes bytes = sim.contents(mdb_path);
+    bytes.at(offset) = static_cast<std::byte>(value);
+    sim.set_contents(mdb_path, bytes);
+  }
+
+  simulation::SimulatedSystem sim;
+
+ private:
+  simulation::Installed installed_{sim};
+  LogCapture log_;
+};
+
+// A database whose indexes have their roots.
+struct IndexMdb : TestMdb {
+  explicit IndexMdb(std::uint32_t size = 512, std::uint32_t map_size = 8, std::uint32_t indexes = 2)
+      : TestMdb(
+            {.block_size = size, .map_blocks = map_size, .journal_bytes = 1 << 18, .index_count = indexes}) {
+    mdb::index_init();
+    for (std::uint32_t i = 2; i < std::min(indexes, mdb::max_index_count); ++i)
+      mdb::index_create_root(mdb::index_root(i));
+  }
+};
+
+inline void set_class(std::uint32_t block, BlockClass block_class) {
+  mdb::Transaction transaction;
+  mdb::mark_block(block, block_class);
+  transaction.end();
+}
+
+// Puts a word into a block, whatever damage that does.
+inline void set_word(std::uint32_t block, std::uint32_t offset, std::uint32_t word) {
+  std::byte bytes[4];
+  bytes::store_u32(bytes, 0, word);
+  mdb::Transaction transaction;
+  mdb::transaction_update(bytes, std::uint64_t{block} * mdb::block_size() + offset);
+  transaction.end();
+}
+
+inline std::uint32_t word_of(std::uint32_t block, std::size_t offset) {
+  return bytes::load_u32(mdb::read_block_copy(block).bytes(), offset);
+}
+
+// Every byte of the store as it is now.
+inline Bytes contents() {
+  Bytes all;
+  for (std::uint32_t block = 0; block < mdb::backing_size() / mdb::block_size(); ++block) {
+    const mdb::BlockBuffer copy = mdb::read_block_copy(block);
+    all.insert(all.end(), copy.bytes().begin(), copy.bytes().end());
+  }
+  return all;
+}
+
+inline Tree tree_of(std::uint32_t index) {
+  return Tree(contents(), mdb::block_size(), mdb::index_root(index));
+}
+
+// Expects that the inspection finds no damage but, where index entries are made up, that they name nothing.
+inline void expect_sound(bool with_objects) {
+  const inspect::Inspection inspection = inspect::inspect_pair(directory, std::nullopt);
+  for (const inspect::Finding& finding : inspection.report.findings()) {
+    if (with_objects || finding.text.find("expected a live object") == std::string::npos) {
+      EXPECT_EQ(finding.severity, inspect::Severity::note)
+          << finding.place.block.value_or(0) << ":" << finding.place.offset << " " << finding.text;
+    }
+  }
+}
+
+// The lengths of a data block's items: positive of objects, negative of placeholders.
+using Layout = std::vector<int>;
+
+// Fills the block with these items; every record is full of the byte EE.
+inline void put_layout(std::uint32_t block, const Layout& layout, BlockClass block_class = BlockClass::used) {
+  Bytes bytes(mdb::block_size(), std::byte{0xEE});
+  std::size_t offset = 0;
+  for (const int item : layout) {
+    const auto length = static_cast<std::uint32_t>(std::abs(item));
+    bytes::store_u32(bytes, offset, length | (item < 0 ? 1u : 0u));
+    offset += length;
+  }
+  ASSERT_EQ(offset, mdb::block_size());
+  mdb::Transaction transaction;
+  mdb::transaction_update(bytes, std::uint64_t{block} * mdb::block_size());
+  mdb::mark_block(block, block_class);
+  transaction.end();
+}
+
+// The items of a block; fails the test when they do not tile it.
+inline Layout layout_of(std::uint32_t block) {
+  Layout layout;
+  for (std::uint32_t offset = 0; offset < mdb::block_size();) {
+    const std::uint32_t word = word_of(block, offset);
+    const std::uint32_t length = word & ~1u;
+    if (length < 4 || length > mdb::block_size() - offset) {
+      ADD_FAILURE() << "block " << block << ": no item at " << offset << ", header " << word;
+      break;
+    }
+    layout.push_back(static_cast<int>(length) * ((word & 1) != 0 ? -1 : 1));
+    offset += length;
+  }
+  return layout;
+}
+
+inline Bytes record_of(ObjectReference reference) {
+  const mdb::ObjectHandle object = mdb::object_load(reference);
+  return {mdb::object_record(object).begin(), mdb::object_record(object).end()};
+}
+
+}  // namespace mdb_test
