@@ -1,0 +1,225 @@
+// The tool in one process with the tests, on a simulated computer whose operations fail on request.
+
+#include <gmock/gmock.h>
+
+#include <iostream>
+#include <string>
+
+#include "common/errors.h"
+#include "createdb/create_files.h"
+#include "createdb/driver.h"
+#include "createdb/end_of_run.h"
+#include "createdb/progress.h"
+#include "metadb/objects/database.h"
+#include "metadb/storage/journal.h"
+#include "metadb/storage/mapped_journal.h"
+#include "simulation/simulated_system.h"
+#include "timeseries/create_tsdb.h"
+
+namespace {
+
+using simulation::Operation;
+
+class Failures : public ::testing::Test {
+ protected:
+  Failures() {
+    system_.add_directory("/db");
+    system_.set_free_bytes(1U << 30);
+    system_.set_error_text(28, "no room");
+  }
+  ~Failures() override { drop_databases(); }
+
+  // As the end of the process would.
+  static void drop_databases() {
+    mdb::journal_drop();
+    try {
+      mdb::mdb_close();
+    } catch (const mdb::error_generic&) {  // it was not open
+    }
+    tsdb::tsdb_close();
+  }
+
+  // The operation on the path fails, or transfers no more than `transfer_limit`.
+  void inject(Operation operation, const char* path_end, std::uint64_t occurrence,
+              std::optional<std::size_t> transfer_limit = {}) {
+    system_.inject({.operation = operation,
+                    .path_end = path_end,
+                    .occurrence = occurrence,
+                    .code = 28,
+                    .transfer_limit = transfer_limit});
+  }
+
+  // The status in digits and what the last line on standard error says from where the failure was met.
+  template <typename Run>
+  static std::string last_words(Run run) {
+    ::testing::internal::CaptureStdout();
+    ::testing::internal::CaptureStderr();
+    const int status = run();
+    std::cout.flush();
+    (void)::testing::internal::GetCapturedStdout();
+    std::string text = "\n" + ::testing::internal::GetCapturedStderr();
+    text.pop_back();
+    return std::to_string(status) + " " + text.substr(text.rfind('\n') + 1);
+  }
+  static std::string run(std::string directory, std::string option = "-f") {
+    char* argv[] = {nullptr, const_cast<char*>("-f"), const_cast<char*>("-d"), directory.data(),
+                    option.data()};
+    return last_words([&] { return createdb::run(5, argv); });
+  }
+  static std::string prepare(const std::string& path, std::uint64_t size_bytes) {
+    return last_words([&] {
+      try {
+        createdb::prepare_store(path, size_bytes);
+      } catch (const createdb::EndOfRun& end) {
+        return end.status;
+      }
+      return 0;
+    });
+  }
+
+  simulation::SimulatedSystem system_;
+  simulation::Installed installed_{system_};
+};
+
+TEST_F(Failures, EndTheRunWithAMessageOfTheirOwn) {
+  struct Case {
+    Operation operation;
+    const char* path_end;
+    std::uint64_t occurrence;
+    std::string message;
+    std::optional<std::size_t> transfer_limit = {};
+  };
+  const std::string mdb_open = "MDB I/O error: Cannot open database for read/write in \"/db\\main.odb\"";
+  const Case cases[] = {
+      {Operation::query_directory, "/db", 1, "Cannot stat path \"/db\""},
+      {Operation::query_directory, "/db", 2, "Cannot place anything in: \"/db\""},
+      {Operation::create, "main.odb", 1, "Unable to create file \"/db\\main.odb\""},
+      {Operation::write, "main.odb", 770, "Unable to write to \"/db\\main.odb\""},
+      {Operation::write, "main.odb", 3, "write returned 0", 0},
+      {Operation::close, "main.odb", 1, "Failed closing file \"/db\\main.odb\""},
+      {Operation::sync_directory, "", 1, "Unable to write to \"/db\\main.odb\""},
+      {Operation::sync_directory, "", 2, "Unable to write to \"/db\\main.odbj\""},
+      {Operation::sync_directory, "", 3, "Unable to write to \"/db\\main.tsdb\""},
+      {Operation::open, "main.odb", 1, mdb_open},
+      {Operation::open, "main.odb", 2, mdb_open},
+      {Operation::open, "main.odbj", 1, "MDB I/O error: Cannot open journal in \"/db\\main.odbj\": no room"},
+      {Operation::mapping_sync, "main.odbj", 1, "MDB I/O error: Error when syncing journal"},
+      {Operation::open, "main.tsdb", 1,
+       "Initializing I/O layer...TSDB I/O error: Unable to open \"/db\\main.tsdb\": no room"},
+      {Operation::write, "main.tsdb", 3,
+       "Initializing database...TSDB I/O error: Cannot seq. write 8192 bytes at block 2 offset 0: \"no "
+       "room\""},
+      {Operation::write, "main.tsdb", 1282,
+       "Creating head chain #0...TSDB I/O error: Cannot seq. write 8192 bytes at block 1 offset 0: \"no "
+       "room\""},
+      {Operation::sync, "main.tsdb", 1, "TSDB I/O error: flush failed with error: \"no room\""},
+      {Operation::sync, "main.odb", 1, "MDB I/O error: sync error on backing store"},
+      {Operation::close, "main.odb", 2, "MDB I/O error: Error when closing the database"},
+  };
+  for (const auto& c : cases) {
+    inject(c.operation, c.path_end, c.occurrence, c.transfer_limit);
+    EXPECT_EQ(run("/db"), "1 " + c.message);
+    drop_databases();
+    system_.clear_faults();
+    for (const auto* path : {"/db/main.odb", "/db/main.odbj", "/db/main.tsdb"})
+      system_.remove_file(path);
+  }
+  const std::string long_name = "/" + std::string(983, 'd');
+  system_.add_directory(long_name);
+  EXPECT_EQ(run(long_name), "1 MDB Error: Too long journal path");
+}
+
+// Nothing that a finished run has reported may be lost with the power.
+TEST_F(Failures, OfThePowerDoNotHurtAFinishedRun) {
+  for (const std::string option : {"-c", "-n", "-f"}) {
+    ASSERT_EQ(run("/db", option)[0], '0');
+    const std::string paths[] = {"/db/main.odb", "/db/main.odbj", "/db/main.tsdb"};
+    for (const auto& path : paths)
+      EXPECT_TRUE(system_.durable_contents(path) == system_.contents(path)) << option << " " << path;
+    drop_databases();
+    system_.power_cut({});
+    for (const auto& path : paths) {
+      ASSERT_TRUE(system_.has_file(path)) << option;
+      system_.remove_file(path);
+    }
+  }
+}
+
+// Whenever the run is interrupted, what it names is what it made: no file is there that it does not name, and
+// one that somebody else made is not named.
+TEST_F(Failures, LeaveTheFilesThatAnInterruptNames) {
+  const auto words = [&] { return system_.words_of_an_interrupt().value_or("nothing"); };
+  const std::string left = "\nInterrupted, left behind:";
+  for (const Operation operation : {Operation::create, Operation::sync_directory}) {
+    const bool is_made = operation == Operation::sync_directory;
+    inject(operation, "main.odb", 1);
+    run("/db");
+    EXPECT_EQ(words(), is_made ? left + " \"/db\\main.odb\"\n" : "\nInterrupted before a file was made\n");
+    EXPECT_EQ(system_.has_file("/db/main.odb"), is_made);
+    drop_databases();
+    system_.clear_faults();
+    system_.remove_file("/db/main.odb");
+  }
+  system_.add_file("/db/main.tsdb", {});
+  run("/db");
+  EXPECT_EQ(words(), left + " \"/db\\main.odb\" \"/db\\main.odbj\"\n");
+}
+
+class Progress : public Failures {
+ protected:
+  // What is shown of so many bytes after so many milliseconds.
+  std::string shown(createdb::GrowthProgress& progress, std::uint64_t milliseconds, std::uint64_t written) {
+    system_.advance_microseconds(milliseconds * 1'000);
+    ::testing::internal::CaptureStderr();
+    progress.advance(written, 1'000 << 20);
+    return ::testing::internal::GetCapturedStderr();
+  }
+};
+
+TEST_F(Progress, StandsOnATerminalAfterASecondAndIsWipedInTheEnd) {
+  system_.set_terminal(platform::Stream::error, true);
+  createdb::GrowthProgress progress;
+  EXPECT_EQ(shown(progress, 1'000, 100 << 20), "");
+  const std::string first = "20 %, 100.0 MiB/s, 0:08 left";
+  EXPECT_EQ(shown(progress, 1'000, 200 << 20), first);
+  EXPECT_EQ(shown(progress, 100, 201 << 20), "") << "a few times a second";
+  const std::string second = "80 %, 80.0 MiB/s, 0:03 left";
+  EXPECT_EQ(shown(progress, 7'900, 800 << 20), std::string(first.size(), '\b') + second + " \b");
+  const auto wiped = [](std::size_t size) {
+    return std::string(size, '\b') + std::string(size, ' ') + std::string(size, '\b');
+  };
+  EXPECT_EQ(shown(progress, 0, 1'000 << 20), wiped(second.size()));
+
+  ::testing::internal::CaptureStderr();
+  {
+    createdb::GrowthProgress unfinished;
+    system_.advance_microseconds(2'000'000);
+    unfinished.advance(1, 3);
+  }
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "33 %, 0.5 B/s, 0:04 left" + wiped(24));
+  EXPECT_EQ(createdb::progress_text(1, 1'000, 36'000'000), "0 %, 0.0 B/s, 9:59:24 left");
+
+  system_.set_terminal(platform::Stream::error, false);
+  createdb::GrowthProgress elsewhere;
+  EXPECT_EQ(shown(elsewhere, 2'000, 1), "");
+}
+
+TEST_F(Failures, OfADeviceHaveMessagesToo) {
+  std::vector<std::byte> contents(10'000, std::byte{7});
+  system_.add_file("/device", contents);
+  system_.make_fixed_size("/device");
+  EXPECT_EQ(prepare("/device", 5'000), "0 ");
+  std::fill_n(contents.begin(), 5'000, std::byte{0});
+  EXPECT_TRUE(system_.contents("/device") == contents);
+  EXPECT_EQ(system_.count(Operation::sync_directory), 0U);
+
+  EXPECT_EQ(prepare("/none", 1), "1 Unable to open store \"/none\"");
+  EXPECT_FALSE(system_.has_file("/none"));
+  EXPECT_EQ(prepare("/device", 12'289), "1 Unable to write to \"/device\"");
+  inject(Operation::write, "device", 1, 0);
+  EXPECT_EQ(prepare("/device", 1), "1 write returned 0");
+  inject(Operation::close, "device", 1);
+  EXPECT_EQ(prepare("/device", 1), "1 Failed closing store \"/device\"");
+}
+
+}  // namespace
