@@ -1,0 +1,181 @@
+// The life of a time series database on a simulated computer where, in one life after the other, each
+// operation is the one that fails or at which the power goes.
+//
+//   T1  Of each kind of chain the newest valid set holds what the last sync that returned has committed, or
+//       what was being committed.
+//   T2  Of each kind at most one set cannot be read to its end.
+//   T3  A failure is one of the stated exceptions; a later sync makes up for it.
+
+#include <iostream>
+#include <stdexcept>
+
+#include "inspect/inspection.h"
+#include "timeseries/check_ids.h"
+#include "timeseries/growth.h"
+#include "timeseries/levels.h"
+#include "timeseries/phase_shift.h"
+#include "tsdb_fixture.h"
+
+namespace tsdb_test {
+namespace {
+
+using simulation::Kept;
+
+constexpr Kept kinds_of_cut[] = {Kept::everything, Kept::nothing, Kept::all_but_one, Kept::random_writes,
+                                 Kept::random_sectors};
+
+using Kinds = std::map<ChainKind, Entries>;
+
+class TsdbSweep : public TsdbTest, public testing::WithParamInterface<std::uint32_t> {
+ protected:
+  static constexpr std::uint32_t block_size = 1024;
+
+  // The entries of the current chains in memory.
+  static Kinds in_memory() {
+    Kinds kinds;
+    for (const tsdb::ChainTraits& traits : tsdb::chain_traits) {
+      const tsdb::Chain& chain = current_chain(traits.kind);
+      std::uint32_t number = 0;
+      for (const tsdb::Run& run : chain.runs()) {
+        for (std::uint64_t index = 0; index < run.capacity(); ++index, ++number) {
+          std::vector<std::uint32_t> words(traits.entry_size_bytes / 4);
+          for (std::uint32_t word = 0; word < words.size(); ++word)
+            words[word] = run.word(index, word);
+          if (words != std::vector<std::uint32_t>(words.size()))
+            kinds[traits.kind][number] = words;
+        }
+      }
+    }
+    return kinds;
+  }
+
+  void sync() {
+    in_doubt_ = in_memory();
+    tsdb::sync_chains();
+    committed_ = in_doubt_;
+  }
+
+  // Which entry the new check ID will have is known beforehand, as it is durable on return.
+  void allocate_check_id(std::uint32_t level) {
+    tsdb::Chain& chain = current_chain(ChainKind::check);
+    const std::int32_t free = tsdb::find_free_check_entry(chain);
+    const std::uint32_t id = free >= 0 ? static_cast<std::uint32_t>(free) : tsdb::chain_pointer_count(chain);
+    in_doubt_ = in_memory();
+    in_doubt_[ChainKind::check][id] = {1, level};
+    EXPECT_EQ(tsdb::allocate_check_id(1, level), static_cast<std::int32_t>(id));
+    committed_ = in_doubt_;
+  }
+
+  // Levels, pointers and check IDs, so that all chains and the file have to grow; two syncs a round, at least
+  // three for each set in all.
+  void live() {
+    Random random(GetParam());
+    for (std::uint32_t round = 0; round < 3 * GetParam() / 2 + 1; ++round) {
+      std::uint32_t level = 0;
+      for (std::uint32_t i = 0; i < 12; ++i)
+        level = tsdb::allocate_level(1 + below(random, 4), 0, 0);
+      if (round % 3 == 1) {
+        for (const ChainKind kind : {ChainKind::head, ChainKind::tail, ChainKind::check})
+          tsdb::grow_chain(current_chain(kind), 1);
+      }
+      tsdb::set_chain_pointer(current_chain(ChainKind::head), level, 1 + round);
+      tsdb::set_chain_pointer(current_chain(ChainKind::tail), level, 1 + round);
+      sync();
+      allocate_check_id(level);
+    }
+  }
+
+  // Lives until the operation that fails; false when it was never reached.
+  bool live_to(std::uint64_t operation, bool cuts_power) {
+    sim.clear_faults();
+    make_database(40, GetParam(), 1, block_size);
+    committed_ = in_memory();
+    in_doubt_ = committed_;
+    sim.inject({.path_end = "main.tsdb", .occurrence = operation, .power_fails = cuts_power});
+    try {
+      live();
+      return false;
+    } catch (const tsdb::error_generic&) {
+      return true;  // T3: of the database's own
+    }
+  }
+
+  reader::Tsdb durable() const {
+    const std::vector<std::byte> bytes = sim.durable_contents(path);
+    reader::Bytes file;
+    for (const std::byte byte : bytes)
+      file.push_back(std::to_integer<std::uint8_t>(byte));
+    return reader::Tsdb(std::move(file));
+  }
+
+  // T1 and T2 of a kind.
+  void expect_committed(const reader::Tsdb& tsdb, ChainKind kind) const {
+    reader::Chain newest;
+    std::uint32_t unreadable = 0;
+    for (std::uint32_t set = 0; set < GetParam(); ++set) {
+      try {
+        reader::Chain chain = tsdb.chain(static_cast<reader::Kind>(kind), set);
+        if (newest.blocks.empty() || chain.timestamp > newest.timestamp)
+          newest = std::move(chain);
+      } catch (const std::runtime_error&) {
+        unreadable += 1;
+      }
+    }
+    EXPECT_LE(unreadable, 1U);
+    const auto of = [kind](const Kinds& kinds) {
+      const auto entries = kinds.find(kind);
+      return entries != kinds.end() ? entries->second : Entries();
+    };
+    EXPECT_TRUE(newest.used == of(committed_) || newest.used == of(in_doubt_));
+  }
+
+  void expect_committed() {
+    sim.clear_faults();
+    const inspect::Inspection inspection = inspect::inspect_pair("/db", std::nullopt);
+    for (const inspect::Finding& finding : inspection.report.findings())
+      EXPECT_EQ(finding.severity, inspect::Severity::note) << finding.text;
+    const reader::Tsdb tsdb = durable();
+    for (const tsdb::ChainTraits& traits : tsdb::chain_traits) {
+      SCOPED_TRACE(traits.name);
+      expect_committed(tsdb, traits.kind);
+    }
+  }
+
+  Kinds committed_;
+  Kinds in_doubt_;
+};
+
+TEST_P(TsdbSweep, ACutLosesNothingThatASyncHasCommitted) {
+  std::uint64_t crash_states = 0;
+  for (std::uint64_t operation = 1; live_to(operation, true) && !HasFailure(); ++operation) {
+    tsdb::tsdb_close();
+    for (const Kept kept : kinds_of_cut) {
+      SCOPED_TRACE(testing::Message() << "operation " << operation << ", kept " << static_cast<int>(kept));
+      if (kept != Kept::everything)
+        live_to(operation, true);
+      tsdb::tsdb_close();
+      sim.power_cut({kept, operation});
+      expect_committed();
+      crash_states += 1;
+    }
+  }
+  std::cout << crash_states << " crash states\n";
+  EXPECT_GT(crash_states, 500U);
+}
+
+TEST_P(TsdbSweep, ALaterSyncMakesUpForAnyFailure) {
+  for (std::uint64_t operation = 1; live_to(operation, false) && !HasFailure(); ++operation) {
+    SCOPED_TRACE(testing::Message() << "operation " << operation);
+    expect_committed();
+    for (const tsdb::ChainTraits& traits : tsdb::chain_traits)
+      current_chain(traits.kind).mark_dirty();
+    sync();
+    in_doubt_ = committed_;
+    expect_committed();
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Sets, TsdbSweep, testing::Values(2, 3), testing::PrintToStringParamName());
+
+}  // namespace
+}  // namespace tsdb_test
