@@ -1,0 +1,136 @@
+// Every byte of a small pair is damaged once in each of three ways. Damage that is not found out must be
+// harmless:
+//
+//   W1  No byte of the journal makes a state that never was: what is read is what some number of the
+//       transactions in it leave behind.
+//   W2  A pair in which the inspection finds nothing wrong opens, and every record in it can be read: all
+//   that were
+//       there, but for the last transactions of a journal that was hit.
+//
+// Takes every 31st byte, or QUENOR_SWEEP_STRIDE=1 each of them.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <iostream>
+#include <optional>
+
+#include "common/errors.h"
+#include "databases.h"
+#include "inspect/inspection.h"
+
+namespace {
+
+using fuzz::Bytes;
+using fuzz::Contents;
+using fuzz::Files;
+using fuzz::Records;
+
+std::size_t stride() {
+  const char* given = std::getenv("QUENOR_SWEEP_STRIDE");
+  return given != nullptr ? std::max<std::size_t>(1, std::strtoull(given, nullptr, 10)) : 31;
+}
+
+// The byte with one bit flipped, and the two values that are most often mistaken for something else.
+std::array<std::byte, 3> damaged(std::byte byte, std::size_t offset) {
+  return {byte ^ static_cast<std::byte>(1U << offset % 8), std::byte{0x00}, std::byte{0xFF}};
+}
+
+// Nothing when the database does not open.
+std::optional<Contents> contents_of(const Files& files) {
+  const fuzz::Computer computer(files);
+  try {
+    fuzz::open_database();
+  } catch (const error::Exception&) {
+    return std::nullopt;
+  }
+  return fuzz::read_everything();
+}
+
+bool looks_sound(const Files& files) {
+  const fuzz::Computer computer(files);
+  return inspect::inspect_pair("/db", std::nullopt).verdict() == inspect::Verdict::sound;
+}
+
+// Calls check(files) with every damaged version of one file.
+template <typename Check>
+void sweep(Files files, Bytes Files::*file, Check check) {
+  Bytes& bytes = files.*file;
+  std::size_t versions = 0;
+  for (std::size_t offset = 0; offset < bytes.size(); offset += stride()) {
+    const std::byte sound = bytes[offset];
+    for (const std::byte value : damaged(sound, offset)) {
+      if (value == sound)
+        continue;
+      bytes[offset] = value;
+      SCOPED_TRACE("offset " + std::to_string(offset) + ", byte " +
+                   std::to_string(std::to_integer<int>(value)));
+      check(files);
+      versions += 1;
+    }
+    bytes[offset] = sound;
+    if (testing::Test::HasFailure())
+      return;
+  }
+  std::cout << versions << " damaged versions\n";
+}
+
+class ByteSweep : public testing::TestWithParam<mdb_test::MdbShape> {
+ protected:
+  const Files files_ = fuzz::make_files(GetParam());
+};
+
+// The states that a journal cut short at any place leaves.
+std::vector<Records> states_on_the_way(Files files) {
+  std::vector<Records> states;
+  for (std::size_t end = files.journal.size() - 8; end >= 48; end -= 8) {
+    std::fill_n(files.journal.begin() + static_cast<std::ptrdiff_t>(end), 8, std::byte{0});
+    Records records = contents_of(files).value().records;
+    if (states.empty() || states.back() != records)
+      states.push_back(std::move(records));
+  }
+  return states;
+}
+
+TEST_P(ByteSweep, OfTheJournalMakesNoStateThatNeverWas) {
+  if (files_.journal.empty())
+    GTEST_SKIP() << "the journal lies in the database";
+  const std::vector<Records> states = states_on_the_way(files_);
+  ASSERT_GE(states.size(), 2U);
+  ASSERT_EQ(contents_of(files_).value().records.size(), fuzz::node_count);
+  sweep(files_, &Files::journal, [&states](const Files& files) {
+    if (const auto contents = contents_of(files)) {
+      EXPECT_TRUE(contents->is_whole);
+      EXPECT_NE(std::ranges::find(states, contents->records), states.end());  // W1
+    }
+  });
+}
+
+constexpr auto key_of = [](const auto& record) { return record.first; };
+
+TEST_P(ByteSweep, OfTheDatabaseIsFoundOutOrHarmless) {
+  const Records sound = contents_of(files_).value().records;
+  const std::size_t most_missing = files_.journal.empty() ? fuzz::unapplied_nodes : 0;
+  sweep(files_, &Files::mdb, [&](const Files& files) {
+    const std::optional<Contents> contents = contents_of(files);
+    if (!looks_sound(files))
+      return;
+    ASSERT_TRUE(contents);  // W2
+    EXPECT_TRUE(contents->is_whole);
+    EXPECT_TRUE(std::ranges::includes(sound, contents->records, {}, key_of, key_of));
+    EXPECT_GE(contents->records.size(), sound.size() - most_missing);
+  });
+}
+
+INSTANTIATE_TEST_SUITE_P(Shapes, ByteSweep, testing::ValuesIn(fuzz::shapes),
+                         [](const auto& shape) { return "Shape" + std::to_string(shape.index); });
+
+TEST(ByteSweepOfTheTimeSeries, EndsWithAVerdict) {
+  int damaged_count = 0;
+  sweep(fuzz::make_files(fuzz::shapes[0]), &Files::tsdb,
+        [&](const Files& files) { damaged_count += looks_sound(files) ? 0 : 1; });
+  EXPECT_GT(damaged_count, 0);
+}
+
+}  // namespace

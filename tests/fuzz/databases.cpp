@@ -1,0 +1,221 @@
+#include "databases.h"
+
+#include <algorithm>
+#include <string>
+
+#include "common/errors.h"
+#include "common/log.h"
+#include "metadb/objects/database.h"
+#include "metadb/objects/index_search.h"
+#include "metadb/objects/indexes.h"
+#include "metadb/objects/objects.h"
+#include "metadb/storage/backing_store.h"
+#include "metadb/storage/journal.h"
+#include "metadb/storage/journal_format.h"
+#include "metadb/storage/mapped_journal.h"
+#include "nodemodel/node_lookup.h"
+#include "nodemodel/node_store.h"
+#include "nodemodel/record_reader.h"
+#include "nodemodel/serialization_cache.h"
+#include "timeseries/backing_store.h"
+#include "timeseries/block_map.h"
+#include "timeseries/chains.h"
+#include "timeseries/create_tsdb.h"
+#include "timeseries/header.h"
+#include "timeseries/levels.h"
+
+namespace fuzz {
+namespace {
+
+using mdb_test::journal_path;
+using mdb_test::mdb_path;
+
+constexpr const char* tsdb_path = "/db/main.tsdb";
+constexpr std::uint64_t disk_room = 256 << 10;
+
+// What is thrown by the databases is an answer like any other; everything else is a fault of theirs.
+template <typename Step>
+bool succeeds(Step step) {
+  try {
+    step();
+    return true;
+  } catch (const error::Exception&) {
+    return false;
+  }
+}
+
+std::uint32_t index_count() {
+  return std::min(mdb::index_root_count(), mdb::max_index_count);
+}
+
+mdb::ObjectReference store_node(std::uint32_t number, const std::string& name,
+                                mdb::ObjectReference reference = {}) {
+  mdb::clear_cache();
+  mdb::add_property(mdb::PropertyNodeId(0, {0, number}));
+  mdb::add_property(mdb::PropertyNodeId(2, {0, number / 8}));
+  mdb::add_property(mdb::PropertyString(51, name));
+  if (index_count() == mdb::max_index_count) {
+    mdb::add_property(mdb::PropertyBool(502, number % 2 == 0));
+    mdb::add_property(mdb::PropertyNodeId(number % 3 == 0 ? 59 : 3800, {1, number}));
+    mdb::add_property(mdb::PropertyNodeId(3901, {2, 7}));
+    mdb::add_property(mdb::PropertySomething32<std::uint32_t, 8>(2601, number));
+  }
+  return mdb::node_store(reference);
+}
+
+mdb::ObjectReference node(std::uint32_t number) {
+  return mdb::node_find({0, number}).value_or(mdb::ObjectReference{});
+}
+
+void drop_everything() {
+  mdb::journal_abandon();
+  if (mdb::backing_is_open())
+    mdb::mdb_close();
+  mdb::node_model_reset();
+  tsdb::tsdb_close();
+}
+
+void create_tsdb() {
+  constexpr std::uint32_t block_size = 512;
+  constexpr std::uint32_t block_count = 32;
+  constexpr std::uint32_t set_count = 2;
+  tsdb::btb_open(tsdb_path);
+  tsdb::btb_set_block_size(block_size);
+  tsdb::init_block_map(block_count);
+  tsdb::btb_grow(block_count);
+  tsdb::create_header(block_size, block_count, set_count);
+  for (std::uint32_t set = 0; set < set_count; ++set) {
+    for (const tsdb::ChainTraits& traits : tsdb::chain_traits)
+      tsdb::create_chain(traits.kind, set, 10);
+  }
+  tsdb::write_header();
+  tsdb::sync_writes();
+  for (std::uint32_t datatype = 1; datatype <= 3; ++datatype)
+    tsdb::allocate_described_ts({.datatype = datatype, .levels = {{20, 1}, {10, 2}}});
+}
+
+Bytes record_at(mdb::ObjectReference reference) {
+  const mdb::ObjectHandle object = mdb::object_load(reference);
+  mdb::for_each_entry(object, [](const mdb::RecordEntry& entry) {
+    mdb::PropertyString text;
+    mdb::PropertySomething32<std::uint32_t, 1> number;
+    succeeds([&] { entry.read_into(text); });
+    succeeds([&] { entry.read_into(number); });
+    succeeds([&] { (void)entry.node_id(); });
+    succeeds([&] { (void)entry.flag(); });
+  });
+  const auto record = mdb::object_record(object);
+  return {record.begin(), record.end()};
+}
+
+void read_index(std::uint32_t index, Contents& contents) {
+  (void)mdb::index_dump(mdb::index_root(index));
+  mdb::SearchPath path;
+  auto cursor = mdb::index_search(mdb::index_root(index), {0, 0}, path, mdb::SearchMode::first);
+  for (; cursor && !cursor->at_end(); mdb::leaf_cursor_next(*cursor)) {
+    contents.is_whole &= succeeds([&] {
+      Bytes record = record_at(cursor->data());
+      if (index == mdb::node_id_index)
+        contents.records.insert_or_assign(cursor->key(), std::move(record));
+    });
+  }
+}
+
+}  // namespace
+
+Computer::Computer() {
+  logging::set_sink([](logging::Level, logging::Area, std::string_view) {});
+  system_.add_directory(mdb_test::directory);
+  system_.set_free_bytes(disk_room);
+}
+
+Computer::Computer(const Files& files) : Computer() {
+  system_.add_file(tsdb_path, files.tsdb);
+  system_.add_file(mdb_path, files.mdb);
+  if (!files.journal.empty())
+    system_.add_file(journal_path, files.journal);
+}
+
+void Computer::create(const mdb_test::MdbShape& shape) {
+  system_.add_file(tsdb_path, {});
+  create_tsdb();
+  mdb_test::create_mdb(system_, shape);
+}
+
+Computer::~Computer() {
+  drop_everything();
+  logging::set_sink(nullptr);
+}
+
+Files Computer::files() const {
+  return {system_.contents(tsdb_path), system_.contents(mdb_path),
+          system_.has_file(journal_path) ? system_.contents(journal_path) : Bytes{}};
+}
+
+Files make_files(const mdb_test::MdbShape& shape) {
+  Computer computer;
+  computer.create(shape);
+  open_database();
+  for (std::uint32_t number = 1; number <= node_count; ++number) {
+    store_node(number, "node " + std::to_string(number));
+    if (number + unapplied_nodes == node_count) {
+      mdb_test::close_mdb();
+      open_database();
+    }
+  }
+  drop_everything();
+  return computer.files();
+}
+
+Bytes make_empty_journal() {
+  namespace header = mdb::format::journal_header;
+  Bytes journal(4'096);
+  bytes::store_u32(journal, header::magic, header::magic_word);
+  bytes::store_u32(journal, header::version, header::current_version);
+  for (const unsigned half : {0U, 1U})
+    mdb::format::store_index_pointer(journal, half, {});
+  return journal;
+}
+
+void open_database() {
+  mdb::mdb_open(mdb_path, journal_path);
+  mdb::node_model_init();
+  mdb::index_init();
+  for (std::uint32_t index = 2; index < index_count(); ++index)
+    mdb::index_create_root(mdb::index_root(index));
+}
+
+Contents read_everything() {
+  Contents contents;
+  for (std::uint32_t index = 0; index < index_count(); ++index)
+    contents.is_whole &= succeeds([&] { read_index(index, contents); });
+  for (const auto& [key, record] : contents.records) {
+    contents.is_whole &= succeeds([&, id = key] {
+      contents.is_whole &= mdb::node_find(id).has_value();
+      for (auto child = mdb::node_children(id); !child.at_end(); child.next())
+        (void)child.reference();
+    });
+  }
+  return contents;
+}
+
+void use_database() {
+  constexpr std::uint32_t new_number = 77;
+  constexpr std::uint32_t known_number = 5;
+  if (!succeeds(open_database))
+    return;
+  (void)read_everything();
+  succeeds([] {
+    const mdb::ObjectReference reference = store_node(new_number, "new");
+    store_node(new_number + 1, "another name", reference);
+  });
+  succeeds([] { store_node(known_number * 8, "longer", node(known_number)); });
+  succeeds([] { mdb::node_erase(node(known_number - 1)); });
+  succeeds([] { mdb::journal_flip(true); });
+  succeeds([] {
+    mdb_test::close_mdb();
+    open_database();
+  });
+}
+
+}  // namespace fuzz

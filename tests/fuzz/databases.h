@@ -1,0 +1,79 @@
+// Small databases that hold a bit of everything, made by the libraries in memory, and what a server does with
+// a database, tried on one of unknown worth. Nothing here touches a disk.
+
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <vector>
+
+#include "metadb/objects/index_key.h"
+#include "simulation/simulated_system.h"
+#include "small_mdb.h"
+
+namespace fuzz {
+
+using Bytes = std::vector<std::byte>;
+
+// Small blocks make deep trees of few bytes.
+inline constexpr std::array<mdb_test::MdbShape, 3> shapes = {{
+    {.block_size = 128, .journal_bytes = 12'288},
+    {.block_size = 256, .journal_bytes = 8'192, .journal = mdb::JournalPlacement::internal},
+    {.block_size = 256, .journal_bytes = 16'384, .index_count = 6},
+}};
+
+struct Files {
+  Bytes tsdb;
+  Bytes mdb;
+  Bytes journal;  // empty when it lies in the MDB
+};
+
+// A computer with these files in /db, or none, that the libraries use while it lives; what they have open at
+// its end is dropped, as by the death of the process.
+class Computer {
+ public:
+  Computer();
+  explicit Computer(const Files& files);
+  ~Computer();
+  Computer(const Computer&) = delete;
+  Computer& operator=(const Computer&) = delete;
+
+  // Makes databases without records. REQUIRES: there are no files.
+  void create(const mdb_test::MdbShape& shape);
+
+  Files files() const;
+  void set_disk_room(std::uint64_t bytes) { system_.set_free_bytes(bytes); }
+
+ private:
+  simulation::SimulatedSystem system_;
+  simulation::Installed installed_{system_};
+};
+
+// A pair as a process that died leaves it: of these nodes most of the last ones are in the journal alone.
+inline constexpr std::uint32_t node_count = 14;
+inline constexpr std::uint32_t unapplied_nodes = 3;
+Files make_files(const mdb_test::MdbShape& shape);
+
+// A journal in which nothing was ever written.
+Bytes make_empty_journal();
+
+using Records = std::map<mdb::IndexKey, Bytes>;
+struct Contents {
+  Records records;  // by the key that index 0 has for them
+  bool is_whole = true;
+};
+
+// The steps of a server that opens /db/main.odb, with the journal beside it unless it has its own.
+// Throws what they throw.
+void open_database();
+
+// Follows every index from end to end and reads every record that one names.
+Contents read_everything();
+
+// Opens the database if it can be opened, reads everything, stores, moves and erases records, and closes and
+// opens it once more. No step that fails keeps the rest from being tried.
+void use_database();
+
+}  // namespace fuzz
