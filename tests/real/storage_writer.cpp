@@ -1,0 +1,133 @@
+// The part of a server that lives on the storage:
+//
+//   storage_writer work DIRECTORY SEED FIRST COUNT   the transactions from number FIRST on, then the orderly
+//   end storage_writer list DIRECTORY                    the nodes that the meta database holds
+//   storage_writer lock DIRECTORY                    opens the time series database
+//
+// `work` says "open", "done NUMBER" after each transaction, or "failed NUMBER REASON", and "closed". Every
+// line is one write to standard output, so that the death of the process takes back nothing that was said.
+
+#include <iostream>
+#include <optional>
+#include <span>
+
+#include "common/errors.h"
+#include "common/log.h"
+#include "metadb/objects/database.h"
+#include "metadb/objects/indexes.h"
+#include "metadb/objects/objects.h"
+#include "metadb/storage/backing_store.h"
+#include "metadb/storage/journal.h"
+#include "nodemodel/node_lookup.h"
+#include "nodemodel/node_store.h"
+#include "nodemodel/record_format.h"
+#include "nodemodel/record_reader.h"
+#include "nodemodel/serialization_cache.h"
+#include "platform/platform.h"
+#include "timeseries/backing_store.h"
+#include "workload.h"
+
+namespace real {
+namespace {
+
+namespace property = mdb::property_id;
+
+template <typename... Pieces>
+void say(const Pieces&... pieces) {
+  std::cout << text::concat(pieces..., '\n') << std::flush;
+}
+
+// With the journal that lies beside it, if one does. Returns the nodes.
+State open(const std::string& directory) {
+  const std::string journal = directory + "\\main.odbj";
+  const bool is_external = platform::system().open_read_only(journal).ok();
+  mdb::mdb_open(directory + "\\main.odb", is_external ? std::optional(journal) : std::nullopt);
+  mdb::node_model_init();
+  mdb::index_init();
+  State state;
+  for (std::uint32_t id = first_id; id < first_id + id_count; ++id) {
+    const auto reference = mdb::node_find({0, id});
+    if (!reference)
+      continue;
+    std::uint32_t parent = 0;
+    mdb::PropertyString name;
+    mdb::for_each_entry(mdb::object_load(*reference), [&](const mdb::RecordEntry& entry) {
+      if (entry.property_id() == property::parent_id)
+        parent = entry.node_id().k1;
+      if (entry.property_id() == property::name)
+        entry.read_into(name);
+    });
+    state[id] = text::concat(parent, ' ', name.value());
+  }
+  return state;
+}
+
+void make(std::uint32_t id, const std::string& node) {
+  const auto reference = mdb::node_find({0, id});
+  if (node.empty())
+    return mdb::node_erase(reference.value());
+  std::size_t space = 0;
+  const auto parent = static_cast<std::uint32_t>(std::stoul(node, &space));
+  mdb::clear_cache();
+  mdb::add_property(mdb::PropertyNodeId(property::node_id, {0, id}));
+  mdb::add_property(mdb::PropertyNodeId(property::parent_id, {0, parent}));
+  mdb::add_property(mdb::PropertyString(property::name, node.substr(space + 1)));
+  mdb::node_store(reference.value_or(mdb::ObjectReference{}));
+}
+
+// A single change is left to the transactions of its own.
+void carry_out(const Changes& changes, std::uint64_t number) {
+  if (number % 16 == 0)
+    mdb::journal_flip(number % 32 == 0);
+  std::optional<mdb::Transaction> transaction;
+  if (changes.size() > 1)
+    transaction.emplace();
+  for (const auto& [id, node] : changes)
+    make(id, node);
+  if (transaction)
+    transaction->end(number % 4 != 0);
+}
+
+void work(const std::string& directory, std::uint64_t seed, std::uint64_t first, std::uint64_t count) {
+  State state = open(directory);
+  say("open");
+  for (std::uint64_t number = first; number < first + count; ++number) {
+    const State before = state;
+    try {
+      carry_out(take_step(seed, number, state), number);
+      say("done ", number);
+    } catch (const error::Exception& failure) {
+      say("failed ", number, ' ', failure.full_text());
+      state = before;
+    }
+  }
+  mdb::journal_shutdown();
+  mdb::backing_sync();
+  mdb::mdb_close();
+  say("closed");
+}
+
+void run(std::span<char*> words) {
+  const std::string mode = words[1];
+  const std::string directory = words[2];
+  if (mode == "work") {
+    work(directory, std::stoull(words[3]), std::stoull(words[4]), std::stoull(words[5]));
+  } else if (mode == "list") {
+    std::cout << describe(open(directory));
+  } else {
+    tsdb::btb_open(directory + "\\main.tsdb");
+  }
+}
+
+}  // namespace
+}  // namespace real
+
+int main(int argc, char** argv) {
+  logging::set_sink([](logging::Level, logging::Area, std::string_view) {});
+  try {
+    real::run(std::span(argv, static_cast<std::size_t>(argc)));
+  } catch (const error::Exception& failure) {
+    real::say("refused ", failure.full_text());
+    return 1;
+  }
+}
