@@ -1,0 +1,93 @@
+// Fills a pair like that of a small server: make_pair DIRECTORY, which holds a new main.odb. The time series
+// database is made anew. Anything that goes wrong ends the process.
+
+#include <cstdint>
+#include <string>
+
+#include "common/errors.h"
+#include "common/log.h"
+#include "metadb/objects/database.h"
+#include "metadb/objects/indexes.h"
+#include "nodemodel/node_store.h"
+#include "nodemodel/node_types.h"
+#include "nodemodel/serialization_cache.h"
+#include "platform/platform.h"
+#include "timeseries/backing_store.h"
+#include "timeseries/block_map.h"
+#include "timeseries/chains.h"
+#include "timeseries/create_tsdb.h"
+#include "timeseries/header.h"
+#include "timeseries/levels.h"
+
+namespace {
+
+using dbcache::node_type_t;
+
+constexpr std::uint32_t tsdb_block_size = 1'024;
+constexpr std::uint32_t tsdb_blocks = 20'000;
+constexpr std::uint32_t set_count = 3;
+constexpr std::uint32_t series_count = 200;
+
+constexpr std::uint32_t first_node = 100;
+constexpr std::uint32_t site_count = 12;
+constexpr std::uint32_t host_count = 300;
+constexpr std::uint32_t node_count = 4'000;
+
+void make_tsdb(const std::string& path) {
+  if (!platform::system().create_new(path).ok())
+    throw tsdb::error_internal("No new file at " + path);
+  tsdb::btb_open(path);
+  tsdb::btb_set_block_size(tsdb_block_size);
+  tsdb::init_block_map(tsdb_blocks);
+  tsdb::btb_grow(tsdb_blocks);
+  tsdb::create_header(tsdb_block_size, tsdb_blocks, set_count);
+  for (std::uint32_t set = 0; set < set_count; ++set) {
+    tsdb::create_head_chain(set, 100);
+    tsdb::create_tail_chain(set, 100);
+    tsdb::create_lblock_chain(set, 100);
+    tsdb::create_check_chain(set, 100);
+  }
+  tsdb::write_header();
+  tsdb::sync_writes();
+  for (std::uint32_t i = 0; i < series_count; ++i)
+    tsdb::allocate_described_ts({.datatype = 1 + i % 4, .levels = {{500 + 7 * i, 1}, {100, 2}, {20, 3}}});
+  tsdb::tsdb_close();
+}
+
+// Sites below the root domain, hosts below sites, checks below hosts.
+void store_node(std::uint32_t i) {
+  const bool is_site = i < site_count;
+  const bool is_host = !is_site && i < host_count;
+  const std::uint32_t parent =
+      is_site ? 1 : first_node + (is_host ? i % site_count : site_count + i * 7 % (host_count - site_count));
+  const node_type_t type = is_site   ? node_type_t::domain
+                           : is_host ? node_type_t::host
+                           : i % 3   ? node_type_t::agent_check
+                                     : node_type_t::snmp_check;
+  mdb::clear_cache();
+  mdb::add_property(mdb::PropertyNodeId(0, {0, first_node + i}));
+  mdb::add_property(mdb::PropertyNodeId(2, {0, parent}));
+  mdb::add_property(mdb::PropertyEnum<node_type_t>(3, type));
+  mdb::add_property(mdb::PropertyString(51, "</script> <b>" + std::to_string(i)));
+  mdb::add_property(mdb::PropertyString(900, std::string(i % 150, 'x')));
+  const mdb::ObjectReference reference = mdb::node_store({});
+  if (i > host_count && i % 11 == 0)
+    mdb::node_erase(reference);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2)
+    return 2;
+  const std::string directory = argv[1];
+  logging::set_sink([](logging::Level, logging::Area, std::string_view) {});
+  make_tsdb(directory + "/main.tsdb");
+  mdb::mdb_open(directory + "/main.odb");
+  mdb::node_model_init();
+  mdb::index_init();
+  for (std::uint32_t i = 0; i < node_count; ++i)
+    store_node(i);
+  mdb::mdb_close();
+  return 0;
+}

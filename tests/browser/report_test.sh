@@ -1,0 +1,69 @@
+#!/usr/bin/env bash
+# The report's page in a browser: it renders without an error, and shows what the JSON views say.
+#   report_test.sh CREATEDB DBINFO MAKE_PAIR    (the programs; MAKE_PAIR fills a new pair with nodes and series)
+set -euo pipefail
+readonly createdb=$1 dbinfo=$2 make_pair=$3
+here=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")" && pwd)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+readonly here work
+
+# browse PAGE ARGUMENT...: runs a browser of its own on the page; its messages go to $work/messages.
+browse() {
+  local page=$1 profile
+  shift
+  profile=$(mktemp -d -p "$work")
+  timeout 120 chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run \
+    --disable-background-networking --disable-component-update --disable-sync --user-data-dir="$profile" \
+    --enable-logging=stderr "$@" "file://$page" 2>"$work/messages"
+  if grep -q CONSOLE "$work/messages"; then
+    echo "The page has something to complain about:" >&2
+    grep CONSOLE "$work/messages" >&2
+    return 1
+  fi
+}
+
+# Every element with a name of what it counts, as "name value".
+shown_facts() {
+  grep -o 'data-fact="[^"]*"[^>]*>[^<]*<' |
+    sed -E 's/data-fact="([^"]*)"[^>]*>([^<]*)</\1 \2/; s/([0-9]),([0-9])/\1\2/g; s/([0-9]),([0-9])/\1\2/g'
+}
+
+# check_page DIRECTORY
+check_page() {
+  local directory=$1 page=$work/page.html
+  rm -f "$page"
+  "$dbinfo" --report "$page" "$directory"
+  # The script of the test runs behind that of the page.
+  { sed '/<\/body>/,$d' "$page"; echo '<script>'; cat "$here/hover.js"; echo '</script></body></html>'; } \
+    >"$work/hovered.html"
+  browse "$work/hovered.html" --dump-dom >"$work/dom"
+  if grep -q 'data-error' "$work/dom"; then
+    grep -o 'data-error="[^"]*"' "$work/dom" >&2
+    return 1
+  fi
+  "$dbinfo" --chains --json "$directory" >"$work/chains.json"
+  "$dbinfo" --json "$directory" >"$work/summary.json"
+  jq --raw-output --slurp --from-file "$here/expected_facts.jq" "$work/chains.json" "$work/summary.json" |
+    sort >"$work/expected"
+  shown_facts <"$work/dom" | sort >"$work/shown"
+  diff "$work/expected" "$work/shown"
+  # What the pointer is told over the cells adds up to the blocks of the files.
+  jq --raw-output '"The blocks of main.tsdb by their use \(.summary.tsdb.block_count)",
+    "The blocks of main.odb by their class \(.summary.mdb.block_count)"' "$work/summary.json" >"$work/expected"
+  grep -o '<output>[^<]*' "$work/dom" | sed 's/<output>//' | diff "$work/expected" -
+  echo "$directory: $(wc -l <"$work/shown") facts as the databases have them, $(wc -c <"$page") bytes"
+}
+
+mkdir "$work/small" "$work/filled"
+for pair in small filled; do
+  "$createdb" -d "$work/$pair" -f </dev/null >/dev/null 2>&1
+done
+check_page "$work/small"
+rm "$work/filled/main.tsdb"
+"$make_pair" "$work/filled"
+check_page "$work/filled"
+# Eight million blocks, most of them a hole in the file: the page does not grow with them.
+truncate --size 8G "$work/filled/main.tsdb"
+check_page "$work/filled"
+(($(wc -c <"$work/page.html") < 300000))
