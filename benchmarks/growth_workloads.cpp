@@ -1,0 +1,178 @@
+// What must not cost more the larger a database becomes.
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <iostream>
+#include <stdexcept>
+
+#include "common/log.h"
+#include "common/text.h"
+#include "metadb/storage/backing_store.h"
+#include "quenor_store.h"
+#include "timeseries/backing_store.h"
+#include "timeseries/check_ids.h"
+#include "timeseries/create_tsdb.h"
+#include "timeseries/levels.h"
+#include "workloads.h"
+
+namespace bench {
+namespace {
+
+void make_file(const std::string& path, std::uint64_t) {
+  std::ofstream{path};
+}
+
+std::string empty_tsdb_path(const Options& options) {
+  const std::string path = fresh_directory(options, "tsdb") / "main.tsdb";
+  make_file(path, 0);
+  return path;
+}
+
+void create_tsdb(const Options& options, std::uint32_t block_size, std::uint32_t checks) {
+  tsdb::log_mask = logging::severe;
+  std::cerr.setstate(std::ios::failbit);  // its progress
+  tsdb::create_tsdb({.path = fresh_directory(options, "tsdb") / "main.tsdb",
+                     .block_size = block_size,
+                     .chains = 3,
+                     .initial_checks = checks,
+                     .create_file = make_file});
+  std::cerr.clear();
+}
+
+// What this process has asked the system to write so far.
+struct Written {
+  std::uint64_t calls = 0;
+  std::uint64_t bytes = 0;
+};
+Written written() {
+  Written result;
+  std::ifstream file("/proc/self/io");
+  for (std::string name; file >> name;) {
+    std::uint64_t value = 0;
+    file >> value;
+    if (name == "wchar:")
+      result.bytes = value;
+    if (name == "syscw:")
+      result.calls = value;
+  }
+  return result;
+}
+
+// Microseconds of the processor for one of the `count` steps, and what one of them writes.
+struct Cost {
+  double microseconds = 0;
+  double calls = 0;
+  double bytes = 0;
+};
+template <typename Step>
+Cost cost_of(std::size_t count, Step step) {
+  const Written before = written();
+  const double start = processor_seconds();
+  for (std::size_t i = 0; i < count; ++i)
+    step();
+  const double used = processor_seconds() - start;
+  const Written after = written();
+  const auto each = [count](std::uint64_t from, std::uint64_t to) {
+    return static_cast<double>(to - from) / static_cast<double>(count);
+  };
+  return {used * 1e6 / static_cast<double>(count), each(before.calls, after.calls),
+          each(before.bytes, after.bytes)};
+}
+
+// Takes steps until `late` of them are done, with a measured window that ends at each of the two places.
+template <typename Step>
+void compare_early_and_late(const Options& options, const std::string& name, std::size_t early,
+                            std::size_t late, void (*prepare)(const Options&), Step step) {
+  Cost first;
+  Cost last;
+  const auto run = [&] {
+    prepare(options);
+    const std::size_t window = early / 2;
+    for (std::size_t i = 0; i < early - window; ++i)
+      step();
+    first = cost_of(window, step);
+    for (std::size_t i = early; i < late - window; ++i)
+      step();
+    last = cost_of(window, step);
+    tsdb::tsdb_close();
+    return Outcome{last.microseconds, {}};
+  };
+  contest(options, text::concat(name, ' ', late), "CPU µs",
+          {{"late", run},
+           {text::concat("the ", early, "th"),
+            [&] {
+              return Outcome{first.microseconds, {}};
+            },
+            at_most(1.25)}});
+  for (const auto& [number, cost] : {std::pair{early, first}, std::pair{late, last}}) {
+    remark(text::concat("the ", number, "th writes ", static_cast<std::uint64_t>(cost.bytes), " bytes in ",
+                        static_cast<std::uint64_t>(cost.calls), " calls"));
+  }
+}
+
+Outcome bare_growth(const Options& options, std::uint32_t blocks) {
+  const int descriptor =
+      ::open((fresh_directory(options, "bare") / "file").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  const std::vector<std::byte> zeros(block_bytes);
+  const Clock clock;
+  for (std::uint32_t block = 0; block < blocks; ++block) {
+    if (::pwrite(descriptor, zeros.data(), zeros.size(), off_t{block} * block_bytes) != block_bytes)
+      throw std::runtime_error("Cannot write zeros");
+  }
+  const double seconds = clock.seconds();
+  ::close(descriptor);
+  std::filesystem::remove_all(options.directory / "bare");
+  return {seconds * 1000, {}};
+}
+
+Outcome mdb_growth(const Options& options, std::uint32_t blocks) {
+  const StoreSettings settings{.directory = fresh_directory(options, "mdb")};
+  create_database(settings);
+  open_database(settings);
+  const auto first = static_cast<std::uint32_t>(mdb::backing_size() / block_bytes);
+  const Clock clock;
+  mdb::backing_grow(first + blocks - 1);
+  const double seconds = clock.seconds();
+  mdb::backing_close();
+  std::filesystem::remove_all(settings.directory);
+  return {seconds * 1000, {}};
+}
+
+Outcome tsdb_growth(const Options& options, std::uint32_t blocks) {
+  tsdb::btb_open(empty_tsdb_path(options));
+  tsdb::btb_set_block_size(block_bytes);
+  const Clock clock;
+  tsdb::btb_grow(blocks);
+  const double seconds = clock.seconds();
+  tsdb::btb_close();
+  std::filesystem::remove_all(options.directory / "tsdb");
+  return {seconds * 1000, {}};
+}
+
+}  // namespace
+
+void run_levels(const Options& options) {
+  compare_early_and_late(
+      options, "levels", 1'000, options.sized(100'000, 5'000),
+      [](const Options& given) { create_tsdb(given, 1024, 128); }, [] { tsdb::allocate_level(1, 0, 0); });
+}
+
+void run_check_ids(const Options& options) {
+  compare_early_and_late(
+      options, "check-ids", 100, options.sized(20'000, 300),
+      [](const Options& given) { create_tsdb(given, block_bytes, 10); },
+      [] { tsdb::allocate_check_id(1, 1); });
+}
+
+void run_grow(const Options& options) {
+  const auto blocks = static_cast<std::uint32_t>(options.sized(131'072, 2'048));
+  const Contestant bare{"bare writes", [&] { return bare_growth(options, blocks); }, at_most(1.05)};
+  contest(options, text::concat("grow, MDB by ", blocks / 128, " MiB"), "ms",
+          {{"Quenor", [&] { return mdb_growth(options, blocks); }}, bare});
+  contest(options, text::concat("grow, TSDB by ", blocks / 128, " MiB"), "ms",
+          {{"Quenor", [&] { return tsdb_growth(options, blocks); }}, bare});
+}
+
+}  // namespace bench

@@ -1,0 +1,243 @@
+#include <algorithm>
+#include <cstring>
+
+#include "common/text.h"
+#include "store.h"
+#include "store_floor.h"
+#include "workloads.h"
+
+namespace bench {
+namespace {
+
+constexpr std::size_t children_each = 20;
+constexpr std::size_t text_bytes = 200;
+constexpr std::uint64_t small_journal = std::uint64_t{8} << 20;
+constexpr std::uint64_t large_journal = std::uint64_t{128} << 20;
+
+const std::string usual_text(text_bytes, 't');
+const std::string larger_text(text_bytes * 3 / 2, 'T');
+
+std::uint64_t id_of(std::uint64_t number) {
+  return scrambled(number);
+}
+
+Node node_at(std::uint64_t number) {
+  return {id_of(number), id_of(number / children_each), usual_text};
+}
+
+std::string label(const Engine& engine, bool synchronous) {
+  return text::concat(engine.name, " (", synchronous ? engine.synchronous_mode : engine.lazy_mode, ")");
+}
+
+constexpr Engine quenor = {"Quenor", "lazy", "synchronous", open_quenor};
+
+void fill(Store& store, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i)
+    store.store(node_at(i));
+}
+
+Outcome store_nodes(const Options& options, OpenStore open, StoreSettings settings, std::size_t count) {
+  settings.directory = fresh_directory(options, "store");
+  const auto store = open(settings);
+  const Clock whole;
+  Outcome outcome = timed_operations(count, 1, [&](std::size_t i) { store->store(node_at(i)); });
+  store->sync();
+  outcome.figure = static_cast<double>(count) / whole.seconds() / 1000;
+  return outcome;
+}
+
+Contestant storing(const Options& options, const Engine& engine, const StoreSettings& settings,
+                   std::size_t count, Target target) {
+  return {label(engine, settings.synchronous),
+          [=] { return store_nodes(options, engine.open, settings, count); }, target};
+}
+
+void store_of(const Options& options, std::size_t count, std::uint64_t journal_bytes, bool beside_peers) {
+  const StoreSettings settings{.journal_bytes = journal_bytes};
+  std::vector<Contestant> contestants = {
+      {"Quenor", [=] { return store_nodes(options, open_quenor, settings, count); }},
+      {"floor",
+       [=] {
+         StoreSettings floor_settings = settings;
+         floor_settings.directory = fresh_directory(options, "store");
+         return store_at_the_floor(floor_settings, count);
+       },
+       at_least(0.8)},
+  };
+  if (beside_peers) {
+    contestants.push_back(storing(options, sqlite, settings, count, at_least(2)));
+    contestants.push_back(storing(options, lmdb, settings, count, at_least(0.6)));
+    contestants.push_back(storing(options, rocksdb, settings, count, {}));
+  }
+  contest(options, text::concat("store ", count, ", journal ", journal_bytes >> 20, " MiB"), "k/s",
+          contestants);
+}
+
+// What is done to a store that has been filled once, and is put back as it was when it was changed.
+struct Task {
+  std::string name;
+  std::size_t stored;
+  std::size_t operations;
+  std::size_t sampled = 1;
+  void (*operation)(Store& store, std::uint64_t random, std::size_t number);
+  void (*undo)(Store& store, std::uint64_t random, std::size_t number) = nullptr;
+};
+
+std::uint64_t sink = 0;  // so that nothing that is read can be left out
+
+std::filesystem::path prepared(const Options& options, const Engine& engine, std::size_t count) {
+  const std::filesystem::path directory = options.directory / text::concat(engine.name, '-', count);
+  if (!std::filesystem::exists(directory)) {
+    std::filesystem::create_directories(directory);
+    fill(*engine.open({.directory = directory}), count);
+  }
+  return directory;
+}
+
+Outcome run_task(const Options& options, const Engine& engine, const Task& task, std::uint64_t round) {
+  const StoreSettings settings{.directory = prepared(options, engine, task.stored)};
+  const auto store = engine.open(settings);
+  const auto drawn = [&](std::size_t i) { return scrambled(round << 32 | i) % task.stored; };
+  const std::size_t warming = std::min<std::size_t>(task.stored, task.operations);
+  for (std::size_t i = 0; i < warming; ++i)
+    sink += store->get(id_of(drawn(i)));
+  Outcome outcome = timed_operations(task.operations, task.sampled,
+                                     [&](std::size_t i) { task.operation(*store, drawn(i), i); });
+  for (std::size_t i = 0; task.undo != nullptr && i < task.operations; ++i)
+    task.undo(*store, drawn(i), i);
+  store->sync();
+  return outcome;
+}
+
+struct Sibling {
+  Engine engine;
+  Target target;
+};
+
+void compare(const Options& options, const Task& task, const std::vector<Sibling>& siblings) {
+  std::vector<Contestant> contestants;
+  const auto add = [&](const Engine& engine, const std::string& name, Target target) {
+    prepared(options, engine, task.stored);
+    contestants.push_back(
+        {name, [=, round = std::uint64_t{0}]() mutable { return run_task(options, engine, task, ++round); },
+         target});
+  };
+  add(quenor, "Quenor", {});
+  for (const Sibling& sibling : siblings)
+    add(sibling.engine, label(sibling.engine, false), sibling.target);
+  contest(options, text::concat(task.name, " of ", task.stored), "k/s", contestants);
+}
+
+std::size_t usual_store(const Options& options) {
+  return options.sized(100'000, 3'000);
+}
+
+}  // namespace
+
+std::filesystem::path prepared_quenor(const Options& options, std::size_t count) {
+  return prepared(options, quenor, count);
+}
+
+std::uint64_t folded(std::string_view bytes) {
+  std::uint64_t sum = 0;
+  for (; bytes.size() >= sizeof sum; bytes.remove_prefix(sizeof sum)) {
+    std::uint64_t word;
+    std::memcpy(&word, bytes.data(), sizeof word);
+    sum += word;
+  }
+  for (const char byte : bytes)
+    sum += static_cast<unsigned char>(byte);
+  return sum;
+}
+
+void run_store(const Options& options) {
+  for (const std::size_t count : {10'000U, 100'000U, 1'000'000U}) {
+    const std::size_t stored = options.quick ? count / 100 : count;
+    store_of(options, stored, small_journal, true);
+    store_of(options, stored, large_journal, false);
+  }
+}
+
+void run_store_sync(const Options& options) {
+  const StoreSettings settings{.synchronous = true};
+  const std::size_t count = options.sized(2'000, 100);
+  contest(options, text::concat("store-sync ", count), "k/s",
+          {{"Quenor", [&] { return store_nodes(options, open_quenor, settings, count); }},
+           {"floor: overwrite and flush",
+            [&] {
+              StoreSettings floor_settings = settings;
+              floor_settings.directory = fresh_directory(options, "store");
+              return overwrite_and_flush(floor_settings, count);
+            },
+            at_least(0.7)},
+           storing(options, sqlite, settings, count, at_least(1)),
+           storing(options, lmdb, settings, count, {}),
+           storing(options, rocksdb, settings, count, {})});
+}
+
+void run_get(const Options& options) {
+  const auto get = [](Store& store, std::uint64_t random, std::size_t) { sink += store.get(id_of(random)); };
+  Task task{.name = "get",
+            .stored = usual_store(options),
+            .operations = options.sized(1'000'000, 10'000),
+            .sampled = 16,
+            .operation = get};
+  compare(options, task, {{sqlite, at_least(4)}, {lmdb, at_least(0.75)}, {rocksdb, {}}});
+  task.stored = options.sized(1'000'000, 10'000);
+  compare(options, task, {{sqlite, at_least(1)}, {lmdb, {}}, {rocksdb, {}}});
+}
+
+void run_children(const Options& options) {
+  compare(options,
+          {.name = "children",
+           .stored = usual_store(options),
+           .operations = options.sized(100'000, 1'000),
+           .operation = [](Store& store, std::uint64_t random,
+                           std::size_t) { sink += store.children(id_of(random / children_each)); }},
+          {{sqlite, at_least(2)}, {lmdb, {}}, {rocksdb, {}}});
+}
+
+void run_re_parent(const Options& options) {
+  compare(options,
+          {.name = "re-parent",
+           .stored = usual_store(options),
+           .operations = options.sized(20'000, 200),
+           .operation = [](Store& store, std::uint64_t random,
+                           std::size_t number) { store.re_parent(id_of(random), id_of(number)); },
+           .undo = [](Store& store, std::uint64_t random,
+                      std::size_t) { store.re_parent(id_of(random), id_of(random / children_each)); }},
+          {{sqlite, at_least(1)}, {lmdb, {}}, {rocksdb, {}}});
+}
+
+void run_rewrite(const Options& options) {
+  const std::size_t operations = options.sized(20'000, 200);
+  compare(
+      options,
+      {.name = "rewrite, same size,",
+       .stored = usual_store(options),
+       .operations = operations,
+       .operation = [](Store& store, std::uint64_t random, std::size_t) { store.rewrite(node_at(random)); }},
+      {{sqlite, at_least(1)}, {lmdb, {}}, {rocksdb, {}}});
+  compare(options,
+          {.name = "rewrite, larger,",
+           .stored = usual_store(options),
+           .operations = operations,
+           .operation =
+               [](Store& store, std::uint64_t random, std::size_t) {
+                 store.rewrite({id_of(random), id_of(random / children_each), larger_text});
+               },
+           .undo = [](Store& store, std::uint64_t random, std::size_t) { store.rewrite(node_at(random)); }},
+          {{sqlite, at_least(1)}, {lmdb, {}}, {rocksdb, {}}});
+}
+
+void run_free(const Options& options) {
+  compare(options,
+          {.name = "free",
+           .stored = usual_store(options),
+           .operations = options.sized(20'000, 200),
+           .operation = [](Store& store, std::uint64_t, std::size_t number) { store.free(id_of(number)); },
+           .undo = [](Store& store, std::uint64_t, std::size_t number) { store.store(node_at(number)); }},
+          {{sqlite, at_least(1)}, {lmdb, {}}, {rocksdb, {}}});
+}
+
+}  // namespace bench
