@@ -5,27 +5,18 @@
 #include <string>
 
 #include "common/errors.h"
-#include "common/log.h"
 #include "metadb/objects/database.h"
-#include "metadb/objects/indexes.h"
-#include "nodemodel/node_store.h"
 #include "nodemodel/node_types.h"
-#include "nodemodel/serialization_cache.h"
+#include "observe.h"
 #include "platform/platform.h"
-#include "timeseries/backing_store.h"
-#include "timeseries/block_map.h"
-#include "timeseries/chains.h"
+#include "small_pair.h"
 #include "timeseries/create_tsdb.h"
-#include "timeseries/header.h"
 #include "timeseries/levels.h"
 
 namespace {
 
 using dbcache::node_type_t;
 
-constexpr std::uint32_t tsdb_block_size = 1'024;
-constexpr std::uint32_t tsdb_blocks = 20'000;
-constexpr std::uint32_t set_count = 3;
 constexpr std::uint32_t series_count = 200;
 
 constexpr std::uint32_t first_node = 100;
@@ -36,19 +27,7 @@ constexpr std::uint32_t node_count = 4'000;
 void make_tsdb(const std::string& path) {
   if (!platform::system().create_new(path).ok())
     throw tsdb::error_internal("No new file at " + path);
-  tsdb::btb_open(path);
-  tsdb::btb_set_block_size(tsdb_block_size);
-  tsdb::init_block_map(tsdb_blocks);
-  tsdb::btb_grow(tsdb_blocks);
-  tsdb::create_header(tsdb_block_size, tsdb_blocks, set_count);
-  for (std::uint32_t set = 0; set < set_count; ++set) {
-    tsdb::create_head_chain(set, 100);
-    tsdb::create_tail_chain(set, 100);
-    tsdb::create_lblock_chain(set, 100);
-    tsdb::create_check_chain(set, 100);
-  }
-  tsdb::write_header();
-  tsdb::sync_writes();
+  support::create_tsdb(path, {1'024, 20'000, 3, {100, 100, 100, 100}});
   for (std::uint32_t i = 0; i < series_count; ++i)
     tsdb::allocate_described_ts({.datatype = 1 + i % 4, .levels = {{500 + 7 * i, 1}, {100, 2}, {20, 3}}});
   tsdb::tsdb_close();
@@ -64,13 +43,10 @@ void store_node(std::uint32_t i) {
                            : is_host ? node_type_t::host
                            : i % 3   ? node_type_t::agent_check
                                      : node_type_t::snmp_check;
-  mdb::clear_cache();
-  mdb::add_property(mdb::PropertyNodeId(0, {0, first_node + i}));
-  mdb::add_property(mdb::PropertyNodeId(2, {0, parent}));
-  mdb::add_property(mdb::PropertyEnum<node_type_t>(3, type));
-  mdb::add_property(mdb::PropertyString(51, "</script> <b>" + std::to_string(i)));
-  mdb::add_property(mdb::PropertyString(900, std::string(i % 150, 'x')));
-  const mdb::ObjectReference reference = mdb::node_store({});
+  const mdb::ObjectReference reference = support::store_node(
+      {}, mdb::PropertyNodeId(0, {0, first_node + i}), mdb::PropertyNodeId(2, {0, parent}),
+      mdb::PropertyEnum<node_type_t>(3, type), mdb::PropertyString(51, "</script> <b>" + std::to_string(i)),
+      mdb::PropertyString(900, std::string(i % 150, 'x')));
   if (i > host_count && i % 11 == 0)
     mdb::node_erase(reference);
 }
@@ -81,11 +57,9 @@ int main(int argc, char** argv) {
   if (argc != 2)
     return 2;
   const std::string directory = argv[1];
-  logging::set_sink([](logging::Level, logging::Area, std::string_view) {});
+  const support::LogCapture log;
   make_tsdb(directory + "/main.tsdb");
-  mdb::mdb_open(directory + "/main.odb");
-  mdb::node_model_init();
-  mdb::index_init();
+  support::open_nodes(directory + "/main.odb");
   for (std::uint32_t i = 0; i < node_count; ++i)
     store_node(i);
   mdb::mdb_close();

@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <exception>
@@ -7,6 +8,7 @@
 
 #include "common/errors.h"
 #include "common/log.h"
+#include "observe.h"
 
 namespace {
 
@@ -57,33 +59,10 @@ TEST(Errors, AreCaughtByTheirFamilies) {
   EXPECT_EQ(printed([&] { throw mdb::error_fubar(copy); }), "MDB Error: description, context");
 }
 
-struct Line {
-  logging::Level level;
-  logging::Area area;
-  std::string text;
-  bool operator==(const Line&) const = default;
-};
+using support::LogCapture;
 
-std::vector<Line> lines;
-
-class Log : public testing::Test {
- protected:
-  Log()
-      : before_(logging::set_sink([](auto level, auto area, auto text) {
-          lines.push_back({level, area, std::string(text)});
-        })) {
-    lines.clear();
-  }
-  ~Log() override {
-    logging::set_sink(before_);
-    tsdb::log_mask = mdb::log_mask = logging::default_mask;
-  }
-
- private:
-  logging::Sink before_;
-};
-
-TEST_F(Log, ShowsWhatTheMaskOfEachLibraryLetsThrough) {
+TEST(Log, ShowsWhatTheMaskOfEachLibraryLetsThrough) {
+  const LogCapture capture;
   mdb::log(logging::detail, logging::space, "hidden");
   tsdb::log(logging::detail, logging::chains, "hidden");
   mdb::log(logging::information, logging::journal, "Journal: [", 0, " : ", std::uint64_t{8388608}, ")");
@@ -94,14 +73,12 @@ TEST_F(Log, ShowsWhatTheMaskOfEachLibraryLetsThrough) {
   tsdb::log(logging::severe, logging::chains, "hidden");
   mdb::log(logging::detail, logging::chains, "hidden");
   logging::write(logging::detail, logging::chains, "the sink filters nothing");
-  EXPECT_EQ(lines, (std::vector<Line>{{2, 1, "Journal: [0 : 8388608)"},
-                                      {4, 4, "b"},
-                                      {8, 256, "c"},
-                                      {1, 2, "shown"},
-                                      {1, 2, "the sink filters nothing"}}));
+  EXPECT_THAT(LogCapture::lines(), testing::ElementsAre("2 1 Journal: [0 : 8388608)", "4 4 b", "8 256 c",
+                                                        "1 2 shown", "1 2 the sink filters nothing"));
 }
 
-TEST_F(Log, TheFirstSinkWritesBareLinesToStandardError) {
+TEST(Log, TheFirstSinkWritesBareLinesToStandardError) {
+  const LogCapture capture;
   std::ostringstream captured;
   std::streambuf* const before = std::cerr.rdbuf(captured.rdbuf());
   const logging::Sink replaced = logging::set_sink(nullptr);
@@ -110,7 +87,7 @@ TEST_F(Log, TheFirstSinkWritesBareLinesToStandardError) {
   std::cerr.rdbuf(before);
   EXPECT_EQ(captured.str(), "text\n");
   logging::write(logging::severe, logging::journal, "to the replaced sink again");
-  EXPECT_EQ(lines.size(), 1u);
+  EXPECT_EQ(LogCapture::lines().size(), 1u);
 }
 
 }  // namespace

@@ -15,7 +15,6 @@
 #include <iostream>
 
 #include "common/errors.h"
-#include "common/log.h"
 #include "metadb/objects/allocator.h"
 #include "metadb/objects/database.h"
 #include "metadb/objects/indexes.h"
@@ -26,6 +25,7 @@
 #include "metadb/storage/mapped_journal.h"
 #include "node_database.h"
 #include "nodemodel/node_lookup.h"
+#include "observe.h"
 
 namespace {
 
@@ -73,7 +73,7 @@ constexpr OperationCase operations[] = {
      }},
     {"NodeStoreElsewhere",
      [](State& state) {
-       store(state, 7, {9, state[7].text});
+       store(state, 7, {9, state[7].name});
      }},
     {"NodeErase",
      [](State& state) {
@@ -111,7 +111,7 @@ constexpr OperationCase operations[] = {
     {"CacheMiss", [](State&) { (void)mdb::cache_get_block(8); }},
     {"Reopen",
      [](State&) {
-       crash::drop_database();
+       crash::drop_databases();
        crash::open_database();
      }},
 };
@@ -119,7 +119,6 @@ constexpr OperationCase operations[] = {
 class FaultSweep : public testing::TestWithParam<OperationCase> {
  protected:
   FaultSweep() {
-    logging::set_sink([](logging::Level, logging::Area, std::string_view) {});
     const simulation::Installed use(prepared_);
     crash::create_database(prepared_, {256, 16'384, mdb::JournalPlacement::external});
     crash::open_database();
@@ -127,9 +126,8 @@ class FaultSweep : public testing::TestWithParam<OperationCase> {
       store(before_, id, {id % 4, std::string(20 + 5 * id, 'a')});
     mdb::journal_sync();
     prepared_.advance_microseconds(3'000'000);  // so that the next begin finds something to apply
-    crash::drop_database();
+    crash::drop_databases();
   }
-  ~FaultSweep() override { logging::set_sink(nullptr); }
 
   enum class Fault { once, zero_bytes, power_cut };
 
@@ -182,11 +180,11 @@ class FaultSweep : public testing::TestWithParam<OperationCase> {
         expect_before_or_after("with the next one");
       }
     }
-    crash::drop_database();
+    crash::drop_databases();
     crash::open_database();
     EXPECT_EQ(crash::findings(), "");
     expect_before_or_after("after the death of the process");
-    crash::drop_database();
+    crash::drop_databases();
     before_.erase(40);
   }
 
@@ -196,14 +194,14 @@ class FaultSweep : public testing::TestWithParam<OperationCase> {
       SimulatedSystem system(prepared_);
       const simulation::Installed use(system);
       perform(system, failing, Fault::power_cut);
-      crash::drop_database();
+      crash::drop_databases();
       system.clear_faults();
       system.power_cut({kept, failing});
       crash::open_database();
       EXPECT_EQ(crash::findings(), "");
       returned_ = returned_ && GetParam().is_durable_on_return;
       expect_before_or_after("after the power cut");
-      crash::drop_database();
+      crash::drop_databases();
     }
   }
 
@@ -219,10 +217,11 @@ class FaultSweep : public testing::TestWithParam<OperationCase> {
       if (event.operation != simulation::Operation::read || event.length != 1)
         calls.push_back(i + 1);
     }
-    crash::drop_database();
+    crash::drop_databases();
     return calls;
   }
 
+  support::LogCapture log_;
   SimulatedSystem prepared_;
   State before_;
   State after_;

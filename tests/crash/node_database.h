@@ -8,6 +8,7 @@
 
 #include "metadb/storage/mdb_header.h"
 #include "simulation/simulated_system.h"
+#include "small_pair.h"
 
 namespace crash {
 
@@ -17,11 +18,7 @@ struct Shape {
   mdb::JournalPlacement placement;
 };
 
-struct Node {
-  std::uint32_t parent;
-  std::string text;
-  bool operator==(const Node&) const = default;
-};
+using Node = support::NodeFacts;
 using State = std::map<std::uint32_t, Node>;  // by the second word of the node's id
 
 // Ids run from 1 to this.
@@ -31,8 +28,7 @@ inline constexpr std::uint32_t max_id = 40;
 // soon has to grow.
 void create_database(simulation::SimulatedSystem& system, const Shape& shape);
 void open_database();
-// As the death of the process leaves everything.
-void drop_database();
+using support::drop_databases;
 
 void store_node(std::uint32_t id, const Node& node);
 // Stores the node over the record of another one, which is gone then.

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "common/errors.h"
-#include "common/log.h"
 #include "common/text.h"
 #include "metadb/storage/backing_store.h"
 #include "metadb/storage/buffer_cache.h"
@@ -13,7 +12,6 @@
 namespace crash {
 
 ServerSession::ServerSession(const Shape& shape, std::uint64_t seed) : shape_(shape), random_(seed) {
-  logging::set_sink([](logging::Level, logging::Area, std::string_view) {});
   mdb::cache_set_limit(64);
   create_database(system_, shape);
   open_database();
@@ -21,9 +19,8 @@ ServerSession::ServerSession(const Shape& shape, std::uint64_t seed) : shape_(sh
 }
 
 ServerSession::~ServerSession() {
-  drop_database();
+  drop_databases();
   mdb::cache_set_limit(8192);
-  logging::set_sink(nullptr);
 }
 
 void ServerSession::store(std::uint32_t id, const Node& node) {
@@ -57,7 +54,7 @@ void ServerSession::change_some_node() {
       node.parent = found->second.parent;
       break;
     case 3:
-      node.text = found->second.text;
+      node.name = found->second.name;
       break;
     case 4:
       if (!working_.contains(other_id))
@@ -138,7 +135,7 @@ void ServerSession::recover() {
     } catch (const error::Exception&) {
       // The next one finds what this one left.
     }
-    drop_database();
+    drop_databases();
     system_.clear_faults();
     system_.power_cut(random_policy());
   }
@@ -163,6 +160,7 @@ std::string ServerSession::wrong_after(bool power_was_cut) {
 }
 
 std::string ServerSession::live_and_crash() {
+  support::LogCapture::take();  // lest the lines pile up
   enum class End { power_cut, process_death, orderly };
   const End end = one_in(8) ? End::orderly : one_in(6) ? End::process_death : End::power_cut;
   try {
@@ -180,7 +178,7 @@ std::string ServerSession::live_and_crash() {
     if (end != End::power_cut)
       throw;
   }
-  drop_database();
+  drop_databases();
   system_.clear_faults();
   const bool cuts_power = end != End::process_death;
   if (cuts_power)

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "node_database.h"
+#include "observe.h"
 #include "simulation/simulated_system.h"
 
 namespace crash {
@@ -53,6 +54,7 @@ class ServerSession {
 
   Shape shape_;
   std::mt19937_64 random_;
+  support::LogCapture log_;
   simulation::SimulatedSystem system_;
   simulation::Installed installed_{system_};
   std::vector<State> history_;  // from the last synced state on

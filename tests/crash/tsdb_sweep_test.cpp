@@ -100,14 +100,6 @@ class TsdbSweep : public TsdbTest, public testing::WithParamInterface<std::uint3
     }
   }
 
-  reader::Tsdb durable() const {
-    const std::vector<std::byte> bytes = sim.durable_contents(path);
-    reader::Bytes file;
-    for (const std::byte byte : bytes)
-      file.push_back(std::to_integer<std::uint8_t>(byte));
-    return reader::Tsdb(std::move(file));
-  }
-
   // T1 and T2 of a kind.
   void expect_committed(const reader::Tsdb& tsdb, ChainKind kind) const {
     reader::Chain newest;

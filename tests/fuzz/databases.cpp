@@ -4,24 +4,15 @@
 #include <string>
 
 #include "common/errors.h"
-#include "common/log.h"
-#include "metadb/objects/database.h"
 #include "metadb/objects/index_search.h"
 #include "metadb/objects/indexes.h"
 #include "metadb/objects/objects.h"
-#include "metadb/storage/backing_store.h"
 #include "metadb/storage/journal.h"
 #include "metadb/storage/journal_format.h"
-#include "metadb/storage/mapped_journal.h"
 #include "nodemodel/node_lookup.h"
 #include "nodemodel/node_store.h"
 #include "nodemodel/record_reader.h"
 #include "nodemodel/serialization_cache.h"
-#include "timeseries/backing_store.h"
-#include "timeseries/block_map.h"
-#include "timeseries/chains.h"
-#include "timeseries/create_tsdb.h"
-#include "timeseries/header.h"
 #include "timeseries/levels.h"
 
 namespace fuzz {
@@ -30,7 +21,6 @@ namespace {
 using mdb_test::journal_path;
 using mdb_test::mdb_path;
 
-constexpr const char* tsdb_path = "/db/main.tsdb";
 constexpr std::uint64_t disk_room = 256 << 10;
 
 // What is thrown by the databases is an answer like any other; everything else is a fault of theirs.
@@ -67,33 +57,6 @@ mdb::ObjectReference node(std::uint32_t number) {
   return mdb::node_find({0, number}).value_or(mdb::ObjectReference{});
 }
 
-void drop_everything() {
-  mdb::journal_abandon();
-  if (mdb::backing_is_open())
-    mdb::mdb_close();
-  mdb::node_model_reset();
-  tsdb::tsdb_close();
-}
-
-void create_tsdb() {
-  constexpr std::uint32_t block_size = 512;
-  constexpr std::uint32_t block_count = 32;
-  constexpr std::uint32_t set_count = 2;
-  tsdb::btb_open(tsdb_path);
-  tsdb::btb_set_block_size(block_size);
-  tsdb::init_block_map(block_count);
-  tsdb::btb_grow(block_count);
-  tsdb::create_header(block_size, block_count, set_count);
-  for (std::uint32_t set = 0; set < set_count; ++set) {
-    for (const tsdb::ChainTraits& traits : tsdb::chain_traits)
-      tsdb::create_chain(traits.kind, set, 10);
-  }
-  tsdb::write_header();
-  tsdb::sync_writes();
-  for (std::uint32_t datatype = 1; datatype <= 3; ++datatype)
-    tsdb::allocate_described_ts({.datatype = datatype, .levels = {{20, 1}, {10, 2}}});
-}
-
 Bytes record_at(mdb::ObjectReference reference) {
   const mdb::ObjectHandle object = mdb::object_load(reference);
   mdb::for_each_entry(object, [](const mdb::RecordEntry& entry) {
@@ -124,31 +87,31 @@ void read_index(std::uint32_t index, Contents& contents) {
 }  // namespace
 
 Computer::Computer() {
-  logging::set_sink([](logging::Level, logging::Area, std::string_view) {});
   system_.add_directory(mdb_test::directory);
   system_.set_free_bytes(disk_room);
 }
 
 Computer::Computer(const Files& files) : Computer() {
-  system_.add_file(tsdb_path, files.tsdb);
+  system_.add_file(support::tsdb_path, files.tsdb);
   system_.add_file(mdb_path, files.mdb);
   if (!files.journal.empty())
     system_.add_file(journal_path, files.journal);
 }
 
 void Computer::create(const mdb_test::MdbShape& shape) {
-  system_.add_file(tsdb_path, {});
-  create_tsdb();
+  system_.add_file(support::tsdb_path, {});
+  support::create_tsdb(support::tsdb_path, {});
+  for (std::uint32_t datatype = 1; datatype <= 3; ++datatype)
+    tsdb::allocate_described_ts({.datatype = datatype, .levels = {{20, 1}, {10, 2}}});
   mdb_test::create_mdb(system_, shape);
 }
 
 Computer::~Computer() {
-  drop_everything();
-  logging::set_sink(nullptr);
+  support::drop_databases();
 }
 
 Files Computer::files() const {
-  return {system_.contents(tsdb_path), system_.contents(mdb_path),
+  return {system_.contents(support::tsdb_path), system_.contents(mdb_path),
           system_.has_file(journal_path) ? system_.contents(journal_path) : Bytes{}};
 }
 
@@ -163,7 +126,7 @@ Files make_files(const mdb_test::MdbShape& shape) {
       open_database();
     }
   }
-  drop_everything();
+  support::drop_databases();
   return computer.files();
 }
 
@@ -178,11 +141,7 @@ Bytes make_empty_journal() {
 }
 
 void open_database() {
-  mdb::mdb_open(mdb_path, journal_path);
-  mdb::node_model_init();
-  mdb::index_init();
-  for (std::uint32_t index = 2; index < index_count(); ++index)
-    mdb::index_create_root(mdb::index_root(index));
+  support::open_nodes(mdb_path, journal_path);
 }
 
 Contents read_everything() {

@@ -10,8 +10,10 @@
 #include <vector>
 
 #include "metadb/objects/index_key.h"
+#include "observe.h"
 #include "simulation/simulated_system.h"
 #include "small_mdb.h"
+#include "small_pair.h"
 
 namespace fuzz {
 
@@ -47,6 +49,7 @@ class Computer {
   void set_disk_room(std::uint64_t bytes) { system_.set_free_bytes(bytes); }
 
  private:
+  support::LogCapture log_;
   simulation::SimulatedSystem system_;
   simulation::Installed installed_{system_};
 };

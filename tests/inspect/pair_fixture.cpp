@@ -2,16 +2,10 @@
 
 #include <algorithm>
 
-#include "metadb/objects/indexes.h"
 #include "nodemodel/node_lookup.h"
 #include "nodemodel/node_store.h"
 #include "nodemodel/node_types.h"
 #include "nodemodel/serialization_cache.h"
-#include "timeseries/backing_store.h"
-#include "timeseries/block_map.h"
-#include "timeseries/chains.h"
-#include "timeseries/create_tsdb.h"
-#include "timeseries/header.h"
 #include "timeseries/levels.h"
 
 namespace inspect_test {
@@ -19,9 +13,6 @@ namespace inspect_test {
 namespace {
 
 constexpr std::uint32_t journal_header_bytes = 48;
-constexpr std::uint32_t tsdb_blocks = 128;
-
-void ignore(logging::Level, logging::Area, std::string_view) {}
 
 }  // namespace
 
@@ -38,8 +29,7 @@ Pair::Pair(const Shape& wanted)
             .data_blocks = 60,
             .journal =
                 wanted.internal_journal ? mdb::JournalPlacement::internal : mdb::JournalPlacement::external,
-            .index_count = root_count},
-      sink_before_(logging::set_sink(ignore)) {
+            .index_count = root_count} {
   mdb_test::create_mdb(sim, shape);
   make_tsdb(wanted.nodes > 0);
   if (wanted.nodes == 0)
@@ -58,42 +48,23 @@ Pair::Pair(const Shape& wanted)
 }
 
 Pair::~Pair() {
-  mdb::mdb_close();
-  mdb::node_model_reset();
-  tsdb::tsdb_close();
-  logging::set_sink(sink_before_);
+  support::drop_databases();
 }
 
 void Pair::make_tsdb(bool with_series) {
-  sim.add_file("/db/main.tsdb", {});
-  tsdb::btb_open("/db/main.tsdb");
-  tsdb::btb_set_block_size(block_size);
-  tsdb::init_block_map(tsdb_blocks);
-  tsdb::btb_grow(tsdb_blocks);
-  tsdb::create_header(block_size, tsdb_blocks, tsdb_sets);
-  for (std::uint32_t set = 0; set < tsdb_sets; ++set) {
-    tsdb::create_head_chain(set, 200);  // two blocks
-    tsdb::create_tail_chain(set, 10);
-    tsdb::create_lblock_chain(set, 40);  // two blocks
-    tsdb::create_check_chain(set, 10);
-  }
-  tsdb::write_header();
-  tsdb::sync_writes();
+  sim.add_file(support::tsdb_path, {});
+  // Head and lblock chains of two blocks.
+  support::create_tsdb(support::tsdb_path, {block_size, 128, tsdb_sets, {200, 10, 40, 10}});
   for (std::uint32_t datatype = 1; with_series && datatype <= 4; ++datatype)
     tsdb::allocate_described_ts({.datatype = datatype, .levels = {{20, 1}, {10, 2}, {5, 3}}});
 }
 
 void Pair::open_mdb() {
-  mdb::mdb_open(mdb_test::mdb_path);
-  mdb::node_model_init();
-  mdb::index_init();
-  for (std::uint32_t index = 2; index < root_count; ++index)
-    mdb::index_create_root(shape.data_first() + index);
+  support::open_nodes(mdb_test::mdb_path);
 }
 
 void Pair::close_mdb() {
   mdb_test::close_mdb();
-  mdb::node_model_reset();
 }
 
 // A node like those of a server: every index has its share of them.

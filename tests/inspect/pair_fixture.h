@@ -9,9 +9,10 @@
 #include <optional>
 #include <string>
 
-#include "common/log.h"
 #include "inspect/inspection.h"
+#include "observe.h"
 #include "small_mdb.h"
+#include "small_pair.h"
 
 namespace inspect_test {
 
@@ -82,7 +83,7 @@ class Pair {
   void make_tsdb(bool with_series);
 
   simulation::Installed installed_{sim};
-  logging::Sink sink_before_;
+  support::LogCapture log_;
 };
 
 // The findings of a severity, as "file block:offset text".

@@ -1,10 +1,10 @@
 // The views, each against a pair whose content is known.
 
 #include <functional>
+#include <nlohmann/json.hpp>
 
 #include "inspect/details.h"
 #include "journal_writer.h"
-#include "json_reader.h"
 #include "program.h"
 #include "views/block_cells.h"
 #include "views/node_tree.h"
@@ -161,7 +161,7 @@ TEST(JournalView, ShowsThatTheOlderHalfIsSuperseded) {
 TEST(JsonView, HasAMemberForEachView) {
   Pair pair;
   const std::string out = run(all_as_json).out;
-  EXPECT_TRUE(JsonReader::accepts(out));
+  EXPECT_TRUE(nlohmann::json::accept(out));
   for (const char* key : {"findings", "nodes", "chains", "indexes", "journal"})
     EXPECT_THAT(out, HasSubstr("\n  \"" + std::string(key) + "\": "));
   EXPECT_THAT(out, Not(HasSubstr("\"summary\"")));
@@ -169,7 +169,7 @@ TEST(JsonView, HasAMemberForEachView) {
                              "\"marked\": false, \"value\": \"node 40\"}"));
   EXPECT_THAT(out, HasSubstr("{\"check_id\": 1, \"datatype\": 2, \"levels\": [6, 5, 4]}"));
   const std::string summary = run({"--json", "/db"}).out;
-  EXPECT_TRUE(JsonReader::accepts(summary));
+  EXPECT_TRUE(nlohmann::json::accept(summary));
   EXPECT_THAT(summary, AllOf(HasSubstr("\"records_by_type\": {\"Domain\": 1, \"Host\": 79}"),
                              HasSubstr("\"verdict\": \"sound\"")));
   pair.sim.remove_file("/db/main.odb");
@@ -221,7 +221,7 @@ TEST(Views, EscapeWhatTheFilesHold) {
   });
   EXPECT_THAT(run({"--node", "0.10", "/db"}).out, HasSubstr("name              \"</scrip\\xff>\\x07\""));
   const std::string json = run({"--node", "0.10", "--json", "/db"}).out;
-  EXPECT_TRUE(JsonReader::accepts(json));
+  EXPECT_TRUE(nlohmann::json::accept(json));
   EXPECT_THAT(json, HasSubstr("\"\\u003c/scrip\\ufffd>\\u0007\\\"\""));
   EXPECT_THAT(run({"--report", "-", "/db"}).out,
               AllOf(Not(HasSubstr("</scrip\xFF")), HasSubstr("\\u003c/scrip\\ufffd>")));

@@ -7,6 +7,7 @@
 #include "nodemodel/node_types.h"
 #include "nodemodel/record_reader.h"
 #include "nodemodel/serialization_cache.h"
+#include "small_pair.h"
 
 namespace mdb_test {
 namespace {
@@ -14,6 +15,7 @@ namespace {
 using mdb::PropertyBool;
 using mdb::PropertyNodeId;
 using mdb::PropertyString;
+using support::store_node;
 using Number = mdb::PropertySomething32<unsigned, 1>;
 using CheckId = mdb::PropertySomething32<unsigned, 8>;
 using NodeType = mdb::PropertyEnum<dbcache::node_type_t>;
@@ -29,12 +31,6 @@ template <typename... Properties>
 void serialize(const Properties&... properties) {
   mdb::clear_cache();
   (mdb::add_property(properties), ...);
-}
-
-template <typename... Properties>
-ObjectReference store_node(ObjectReference reference, const Properties&... properties) {
-  serialize(properties...);
-  return mdb::node_store(reference);
 }
 
 PropertyNodeId own_id(std::uint32_t number) {

@@ -47,9 +47,9 @@ TEST(Index, RootsAreCreatedOnceAndLeaveOtherBlocksAlone) {
   LogCapture::take();
   mdb::index_init();
   EXPECT_EQ(LogCapture::take(),
-            (std::vector<Line>{{2, 256, "Created root index node at block 24"},
-                               {2, 256, "Created root index node at block 25"},
-                               {2, 256, "Node ID and Parent ID indexes are initialized"}}));
+            (std::vector<std::string>{"2 256 Created root index node at block 24",
+                                      "2 256 Created root index node at block 25",
+                                      "2 256 Node ID and Parent ID indexes are initialized"}));
   EXPECT_FALSE(mdb::index_create_root(24));
 
   mdb::Transaction transaction;
@@ -68,7 +68,7 @@ TEST(Index, RootsAreCreatedOnceAndLeaveOtherBlocksAlone) {
   EXPECT_EQ(std::pair(word_of(27, 40), word_of(27, 44)), std::pair(0u, 0xFFFF'FFFF)) << "zeroed: 3 times 12";
   node = mdb::load_node(24);
   free_node();
-  EXPECT_EQ(LogCapture::take().back(), (Line{4, 256, "Deallocating index root node 24"}));
+  EXPECT_EQ(LogCapture::take().back(), "4 256 Deallocating index root node 24");
 }
 
 TEST(Index, SplitsKeepTheLargerHalfLeftAndTheRootInItsBlock) {

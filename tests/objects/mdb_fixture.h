@@ -10,11 +10,8 @@
 #include <map>
 #include <random>
 #include <string>
-#include <typeinfo>
 #include <utility>
 
-#include "common/errors.h"
-#include "common/log.h"
 #include "common/meters.h"
 #include "common/text.h"
 #include "inspect/inspection.h"
@@ -22,48 +19,16 @@
 #include "metadb/objects/indexes.h"
 #include "metadb/objects/objects.h"
 #include "metadb/storage/block_copy.h"
+#include "observe.h"
 #include "small_mdb.h"
 
 namespace mdb_test {
 
 using mdb::BlockClass;
 using mdb::ObjectReference;
+using support::LogCapture;
+using support::thrown_by;
 using Key = mdb::IndexKey;
-
-// Takes the place of the log's output while it lives.
-class LogCapture {
- public:
-  LogCapture() : previous_(logging::set_sink(keep)), previous_mask_(mdb::log_mask) { lines().clear(); }
-  ~LogCapture() {
-    logging::set_sink(previous_);
-    mdb::log_mask = previous_mask_;
-  }
-  LogCapture(const LogCapture&) = delete;
-  LogCapture& operator=(const LogCapture&) = delete;
-
-  struct Line {
-    logging::Level level;
-    logging::Area area;
-    std::string text;
-    bool operator==(const Line&) const = default;
-  };
-
-  // The lines since the last call.
-  static std::vector<Line> take() { return std::exchange(lines(), {}); }
-
- private:
-  static std::vector<Line>& lines() {
-    static std::vector<Line> all;
-    return all;
-  }
-  static void keep(logging::Level level, logging::Area area, std::string_view text) {
-    lines().push_back({level, area, std::string(text)});
-  }
-
-  logging::Sink previous_;
-  logging::Level previous_mask_;
-};
-using Line = LogCapture::Line;
 
 // The present value of a meter.
 inline std::uint64_t meter_value(const std::string& group_name, const std::string& name) {
@@ -75,19 +40,6 @@ inline std::uint64_t meter_value(const std::string& group_name, const std::strin
   }
   ADD_FAILURE() << "no meter " << group_name << "/" << name;
   return 0;
-}
-
-// What the call throws, as "fubar: text" for an error_fubar.
-template <typename Call>
-std::string thrown_by(const Call& call) {
-  try {
-    call();
-  } catch (const error::Exception& error) {
-    const std::string mangled = typeid(error).name();  // N3mdb11error_fubarE
-    const std::size_t begin = mangled.find("error_") + 6;
-    return text::concat(mangled.substr(begin, mangled.size() - begin - 1), ": ", error.message());
-  }
-  return "nothing";
 }
 
 // Creates the database and opens it; at the end it is dropped as by a death of the process. The log is

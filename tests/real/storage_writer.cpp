@@ -1,7 +1,8 @@
 // The part of a server that lives on the storage:
 //
-//   storage_writer work DIRECTORY SEED FIRST COUNT   the transactions from number FIRST on, then the orderly
-//   end storage_writer list DIRECTORY                    the nodes that the meta database holds
+//   storage_writer work DIRECTORY SEED FIRST COUNT   the transactions from number FIRST on, then the
+//                                                    orderly end
+//   storage_writer list DIRECTORY                    the nodes that the meta database holds
 //   storage_writer lock DIRECTORY                    opens the time series database
 //
 // `work` says "open", "done NUMBER" after each transaction, or "failed NUMBER REASON", and "closed". Every
@@ -12,18 +13,14 @@
 #include <span>
 
 #include "common/errors.h"
-#include "common/log.h"
 #include "metadb/objects/database.h"
-#include "metadb/objects/indexes.h"
-#include "metadb/objects/objects.h"
 #include "metadb/storage/backing_store.h"
 #include "metadb/storage/journal.h"
 #include "nodemodel/node_lookup.h"
-#include "nodemodel/node_store.h"
 #include "nodemodel/record_format.h"
-#include "nodemodel/record_reader.h"
-#include "nodemodel/serialization_cache.h"
+#include "observe.h"
 #include "platform/platform.h"
+#include "small_pair.h"
 #include "timeseries/backing_store.h"
 #include "workload.h"
 
@@ -41,23 +38,13 @@ void say(const Pieces&... pieces) {
 State open(const std::string& directory) {
   const std::string journal = directory + "\\main.odbj";
   const bool is_external = platform::system().open_read_only(journal).ok();
-  mdb::mdb_open(directory + "\\main.odb", is_external ? std::optional(journal) : std::nullopt);
-  mdb::node_model_init();
-  mdb::index_init();
+  support::open_nodes(directory + "\\main.odb", is_external ? std::optional(journal) : std::nullopt);
   State state;
   for (std::uint32_t id = first_id; id < first_id + id_count; ++id) {
-    const auto reference = mdb::node_find({0, id});
-    if (!reference)
-      continue;
-    std::uint32_t parent = 0;
-    mdb::PropertyString name;
-    mdb::for_each_entry(mdb::object_load(*reference), [&](const mdb::RecordEntry& entry) {
-      if (entry.property_id() == property::parent_id)
-        parent = entry.node_id().k1;
-      if (entry.property_id() == property::name)
-        entry.read_into(name);
-    });
-    state[id] = text::concat(parent, ' ', name.value());
+    if (const auto reference = mdb::node_find({0, id})) {
+      const support::NodeFacts node = support::read_node(*reference);
+      state[id] = text::concat(node.parent, ' ', node.name);
+    }
   }
   return state;
 }
@@ -68,11 +55,10 @@ void make(std::uint32_t id, const std::string& node) {
     return mdb::node_erase(reference.value());
   std::size_t space = 0;
   const auto parent = static_cast<std::uint32_t>(std::stoul(node, &space));
-  mdb::clear_cache();
-  mdb::add_property(mdb::PropertyNodeId(property::node_id, {0, id}));
-  mdb::add_property(mdb::PropertyNodeId(property::parent_id, {0, parent}));
-  mdb::add_property(mdb::PropertyString(property::name, node.substr(space + 1)));
-  mdb::node_store(reference.value_or(mdb::ObjectReference{}));
+  support::store_node(reference.value_or(mdb::ObjectReference{}),
+                      mdb::PropertyNodeId(property::node_id, {0, id}),
+                      mdb::PropertyNodeId(property::parent_id, {0, parent}),
+                      mdb::PropertyString(property::name, node.substr(space + 1)));
 }
 
 // A single change is left to the transactions of its own.
@@ -123,7 +109,7 @@ void run(std::span<char*> words) {
 }  // namespace real
 
 int main(int argc, char** argv) {
-  logging::set_sink([](logging::Level, logging::Area, std::string_view) {});
+  const support::LogCapture log;
   try {
     real::run(std::span(argv, static_cast<std::size_t>(argc)));
   } catch (const error::Exception& failure) {

@@ -81,7 +81,7 @@ class RecoveryTest : public StorageTest {
     forget();
     sim_.add_file(store_path, Bytes(8192));
     sim_.add_file(journal_path, image.bytes());
-    log_lines_.clear();
+    support::LogCapture::take();
     map();
     mdb::set_address_limit(10'240);
     return thrown_by([] { mdb::journal_validate(); });

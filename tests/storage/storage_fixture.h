@@ -7,22 +7,20 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <string_view>
-#include <typeinfo>
 #include <vector>
 
-#include "common/errors.h"
-#include "common/log.h"
 #include "metadb/storage/backing_store.h"
 #include "metadb/storage/block_copy.h"
 #include "metadb/storage/buffer_cache.h"
 #include "metadb/storage/journal.h"
 #include "metadb/storage/mapped_journal.h"
 #include "metadb/storage/mdb_header.h"
+#include "observe.h"
 #include "simulation/simulated_system.h"
 
+using support::thrown_by;
 using Bytes = std::vector<std::byte>;
 
 inline Bytes bytes_of(std::string_view text) {
@@ -39,28 +37,12 @@ inline std::string text_of(std::span<const std::byte> bytes) {
   return result;
 }
 
-// The class and the full text of what `action` throws, as "io: text"; "nothing" when it returns.
-inline std::string thrown_by(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const error::Exception& e) {
-    const std::string mangled = typeid(e).name();  // N3mdb8error_ioE
-    const std::size_t start = mangled.find("error_") + 6;
-    return mangled.substr(start, mangled.size() - 1 - start) + ": " + e.full_text();
-  }
-  return "nothing";
-}
-
 class StorageTest : public testing::Test {
  protected:
   static constexpr const char* store_path = "/main.odb";
   static constexpr const char* journal_path = "/main.odbj";
 
-  StorageTest() { log_lines_.clear(); }
-  ~StorageTest() override {
-    forget();
-    logging::set_sink(sink_before_);
-  }
+  ~StorageTest() override { forget(); }
 
   void create(std::size_t store_bytes, std::size_t journal_bytes, std::uint32_t block_size = 512) {
     block_size_ = block_size;
@@ -116,14 +98,17 @@ class StorageTest : public testing::Test {
     return text_of(sim_.contents(store_path)).substr(offset, length);
   }
 
-  static bool logged(const std::string& line) { return std::ranges::count(log_lines_, line) > 0; }
+  // Whether a line has this text, behind its level and area.
+  static bool logged(const std::string& text) {
+    return std::ranges::any_of(support::LogCapture::lines(), [&](const std::string& line) {
+      return line.substr(line.find(' ', line.find(' ') + 1) + 1) == text;
+    });
+  }
 
   simulation::SimulatedSystem sim_;
   simulation::Installed installed_{sim_};
   std::uint32_t block_size_ = 512;
-  static inline std::vector<std::string> log_lines_;
 
  private:
-  logging::Sink sink_before_ = logging::set_sink(
-      [](logging::Level, logging::Area, std::string_view line) { log_lines_.emplace_back(line); });
+  support::LogCapture log_;
 };

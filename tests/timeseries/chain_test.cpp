@@ -70,7 +70,7 @@ TEST_F(ChainTest, TheDatabaseGrowsByTenPerCentOrByWhatIsWantedOrByWhatThereIs) {
   expect_error<tsdb::error_dbnospace>("Unable to allocate 2000 blocks even after attempted database growth!",
                                       [&] { tsdb::grow_chain(chain, 2000); });
   EXPECT_FALSE(chain.dirty());
-  EXPECT_THAT(take_log(),
+  EXPECT_THAT(support::LogCapture::take(),
               ElementsAre("2 2 Growing TSDB with 120 blocks", "2 2 Growing TSDB with 141 blocks",
                           "4 2 Wanted to grow TSDB with 2000 blocks, but only 0 blocks are available"));
   sim.set_free_bytes(3 * 256 / 2);

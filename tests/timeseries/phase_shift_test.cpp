@@ -33,15 +33,16 @@ TEST_F(PhaseShiftTest, ASyncWritesCommitsAndFlushesInOrder) {
   const std::uint64_t shifts_before = tsdb::phase_shifts().value();
   const std::uint64_t timings_before = tsdb::phase_shift_time().count();
   EXPECT_EQ(sync(), "");
-  EXPECT_THAT(take_log(), ElementsAre("2 4 Phase shift of all chains avoided"));
+  EXPECT_THAT(support::LogCapture::take(), ElementsAre("2 4 Phase shift of all chains avoided"));
   EXPECT_EQ(tsdb::phase_shifts().value(), shifts_before);
   tsdb::set_current(ChainKind::head, 2);
   change_all_kinds(5);
   EXPECT_EQ(sync(), "w3 w9 w2 w4 s w0 s w0 w0 s w0 s ");
-  EXPECT_THAT(take_log(), ElementsAre("2 4 Phase shift from LBlock chain 0 to chain 1 complete!",
-                                      "2 4 Phase shift from Head chain 2 to chain 0 complete!",
-                                      "2 4 Phase shift from Tail chain 0 to chain 1 complete!",
-                                      "2 4 Phase shift from Check chain 0 to chain 1 complete!"));
+  EXPECT_THAT(support::LogCapture::take(),
+              ElementsAre("2 4 Phase shift from LBlock chain 0 to chain 1 complete!",
+                          "2 4 Phase shift from Head chain 2 to chain 0 complete!",
+                          "2 4 Phase shift from Tail chain 0 to chain 1 complete!",
+                          "2 4 Phase shift from Check chain 0 to chain 1 complete!"));
   EXPECT_EQ(tsdb::committed_head_set(), 2u);
   EXPECT_EQ(tsdb::phase_shifts().value(), shifts_before + 1);
   EXPECT_EQ(tsdb::phase_shift_time().count(), timings_before + 1);

@@ -100,7 +100,7 @@ TEST_F(SeriesTest, TheSearchInFullChainsAndTheirGrowthAreTraced) {
   tsdb::log_mask = logging::default_mask | logging::detail;
   EXPECT_EQ(tsdb::allocate_check_id(8, 9), 30);
   EXPECT_THAT(
-      take_log(),
+      support::LogCapture::take(),
       testing::IsSupersetOf(
           {"1 2 Searching lblock offset 0", "1 2 No pointers in this checkblocks were 0",
            "1 2 Stepping up to next 30 lblocks...",
@@ -111,8 +111,9 @@ TEST_F(SeriesTest, TheSearchInFullChainsAndTheirGrowthAreTraced) {
            "2 4 Allocating extra blocks needed to copy chain 0 into chain 1",
            "2 2 Chain 1 in chain-block 3 was grown with 1 blocks to 2 chain elements (60 pointers)"}));
   EXPECT_EQ(tsdb::allocate_level(2, 0, 0), 1u);
-  EXPECT_THAT(take_log(), testing::IsSupersetOf({"1 2 Allocated 2 blocks starting at 13 for new level",
-                                                 "1 2 LBlock 1 allocated from dblock 13 for 2 blocks"}));
+  EXPECT_THAT(support::LogCapture::take(),
+              testing::IsSupersetOf({"1 2 Allocated 2 blocks starting at 13 for new level",
+                                     "1 2 LBlock 1 allocated from dblock 13 for 2 blocks"}));
 }
 
 TEST_F(SeriesTest, BlocksThatTheMapHasAheadOfTheFileAreNotHandedOut) {

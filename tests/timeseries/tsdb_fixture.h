@@ -9,15 +9,14 @@
 #include <random>
 #include <string>
 #include <typeinfo>
-#include <utility>
 #include <vector>
 
 #include "common/bytes.h"
 #include "common/errors.h"
-#include "common/log.h"
-#include "common/text.h"
+#include "observe.h"
 #include "reader.h"
 #include "simulation/simulated_system.h"
+#include "small_pair.h"
 #include "timeseries/backing_store.h"
 #include "timeseries/block_map.h"
 #include "timeseries/chain_sets.h"
@@ -62,11 +61,7 @@ class TsdbTest : public testing::Test {
     sim.add_directory("/db");
     sim.set_free_bytes(std::uint64_t{1} << 30);
   }
-  ~TsdbTest() override {
-    tsdb::tsdb_close();
-    tsdb::log_mask = logging::default_mask;
-    logging::set_sink(sink_before);
-  }
+  ~TsdbTest() override { tsdb::tsdb_close(); }
 
   // Opens a file of such blocks as the store.
   void open_store(std::uint32_t block_size, std::size_t block_count = 0) {
@@ -79,27 +74,25 @@ class TsdbTest : public testing::Test {
   // A database of `block_count` blocks with chains for `check_count` checks; for none, chains without runs.
   void make_database(std::uint32_t block_count, std::uint32_t chain_sets, std::uint32_t check_count,
                      std::uint32_t block_size = 256) {
-    open_store(block_size);
-    tsdb::init_block_map(block_count);
-    tsdb::btb_grow(block_count);
-    tsdb::create_header(block_size, block_count, chain_sets);
-    for (std::uint32_t set = 0; set < chain_sets && check_count != 0; ++set) {
-      for (const tsdb::ChainTraits& traits : tsdb::chain_traits)
-        tsdb::create_chain(traits.kind, set, check_count);
-    }
-    tsdb::write_header();
-    tsdb::sync_writes();
-    take_log();
+    tsdb::tsdb_close();
+    sim.add_file(path, {});
+    support::create_tsdb(
+        path, {block_size, block_count, chain_sets, {check_count, check_count, check_count, check_count}});
+    support::LogCapture::take();
   }
 
-  // What is committed of a chain, read from the durable bytes of the file alone: the chain of the highest
-  // timestamp among those of the kind whose line of the chain table has a valid CRC.
+  // What has become durable of the file.
+  reader::Tsdb durable() const {
+    reader::Bytes bytes;
+    for (const std::byte byte : sim.durable_contents(path))
+      bytes.push_back(std::to_integer<std::uint8_t>(byte));
+    return reader::Tsdb(std::move(bytes));
+  }
+
+  // What is committed of a chain: the durable one of the highest timestamp among those of the kind whose line
+  // of the chain table has a valid CRC.
   reader::Chain committed(ChainKind kind) const {
-    const std::vector<std::byte> contents = sim.durable_contents(path);
-    reader::Bytes bytes(contents.size());
-    std::ranges::transform(contents, bytes.begin(),
-                           [](std::byte b) { return std::to_integer<std::uint8_t>(b); });
-    const reader::Tsdb tsdb(std::move(bytes));
+    const reader::Tsdb tsdb = durable();
     reader::Chain newest;
     for (std::uint32_t set = 0; set < tsdb.set_count; ++set) {
       auto chain = tsdb.chain(static_cast<reader::Kind>(tsdb::kind_index(kind)), set);
@@ -109,18 +102,11 @@ class TsdbTest : public testing::Test {
     return newest;
   }
 
-  // The log's lines since the last call as "level area text"; a test may widen the mask.
-  static std::vector<std::string> take_log() { return std::exchange(log_lines, {}); }
-
   simulation::SimulatedSystem sim;
   simulation::Installed installed{sim};
 
  private:
-  static inline std::vector<std::string> log_lines;
-  logging::Sink sink_before =
-      logging::set_sink([](logging::Level level, logging::Area area, std::string_view line) {
-        log_lines.push_back(text::concat(level, " ", area, " ", line));
-      });
+  support::LogCapture log;
 };
 
 }  // namespace tsdb_test

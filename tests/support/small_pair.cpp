@@ -1,0 +1,70 @@
+#include "small_pair.h"
+
+#include <algorithm>
+
+#include "common/errors.h"
+#include "metadb/objects/database.h"
+#include "metadb/objects/indexes.h"
+#include "metadb/objects/objects.h"
+#include "metadb/storage/mdb_header.h"
+#include "metadb/storage/backing_store.h"
+#include "nodemodel/record_format.h"
+#include "nodemodel/record_reader.h"
+#include "timeseries/backing_store.h"
+#include "timeseries/block_map.h"
+#include "timeseries/chains.h"
+#include "timeseries/create_tsdb.h"
+#include "timeseries/header.h"
+
+namespace support {
+
+void create_tsdb(const std::string& path, const TsdbShape& shape) {
+  tsdb::btb_open(path);
+  tsdb::btb_set_block_size(shape.block_size);
+  tsdb::init_block_map(shape.block_count);
+  tsdb::btb_grow(shape.block_count);
+  tsdb::create_header(shape.block_size, shape.block_count, shape.set_count);
+  for (std::uint32_t set = 0; set < shape.set_count; ++set) {
+    for (const tsdb::ChainTraits& traits : tsdb::chain_traits) {
+      const std::uint32_t entries = shape.entry_counts[tsdb::kind_index(traits.kind)];
+      if (entries != 0)
+        tsdb::create_chain(traits.kind, set, entries);
+    }
+  }
+  tsdb::write_header();
+  tsdb::sync_writes();
+}
+
+void open_nodes(const std::string& path, const std::optional<std::string>& journal_path) {
+  mdb::mdb_open(path, journal_path);
+  mdb::node_model_init();
+  mdb::index_init();
+  for (std::uint32_t index = 2; index < std::min(mdb::index_root_count(), mdb::max_index_count); ++index)
+    mdb::index_create_root(mdb::index_root(index));
+}
+
+void drop_databases() {
+  try {
+    if (mdb::backing_is_open())
+      mdb::mdb_close();
+  } catch (const mdb::error_io&) {
+    // The computer may have been off in between.
+  }
+  tsdb::tsdb_close();
+}
+
+NodeFacts read_node(mdb::ObjectReference reference) {
+  NodeFacts facts;
+  mdb::for_each_entry(mdb::object_load(reference), [&](const mdb::RecordEntry& entry) {
+    if (entry.property_id() == mdb::property_id::parent_id)
+      facts.parent = entry.node_id().k1;
+    if (entry.property_id() == mdb::property_id::name) {
+      mdb::PropertyString name;
+      entry.read_into(name);
+      facts.name = name.value();
+    }
+  });
+  return facts;
+}
+
+}  // namespace support

@@ -1,0 +1,47 @@
+// Databases as a server makes and opens them, and a node as it stores and reads one.
+
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "metadb/objects/reference.h"
+#include "nodemodel/node_store.h"
+#include "nodemodel/serialization_cache.h"
+
+namespace support {
+
+inline constexpr const char* tsdb_path = "/db/main.tsdb";
+
+struct TsdbShape {
+  std::uint32_t block_size = 512;
+  std::uint32_t block_count = 32;
+  std::uint32_t set_count = 2;
+  std::array<std::uint32_t, 4> entry_counts = {10, 10, 10, 10};  // of the head, tail, lblock, check chains
+};
+
+// Fills the file, which exists and is empty, and leaves the database open.
+void create_tsdb(const std::string& path, const TsdbShape& shape);
+
+// Opens the meta database up to the node model; its indexes get the roots that they lack.
+void open_nodes(const std::string& path, const std::optional<std::string>& journal_path = std::nullopt);
+// As the death of the process leaves everything, of both databases.
+void drop_databases();
+
+template <typename... Properties>
+mdb::ObjectReference store_node(mdb::ObjectReference reference, const Properties&... properties) {
+  mdb::clear_cache();
+  (mdb::add_property(properties), ...);
+  return mdb::node_store(reference);
+}
+
+struct NodeFacts {
+  std::uint32_t parent = 0;  // the second word of its id
+  std::string name;
+  bool operator==(const NodeFacts&) const = default;
+};
+NodeFacts read_node(mdb::ObjectReference reference);
+
+}  // namespace support
