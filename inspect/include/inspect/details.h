@@ -28,7 +28,7 @@ struct NodeKey {
   auto operator<=>(const NodeKey&) const = default;
 };
 
-// "first.second", as everything prints it.
+// "first.second", both decimal, as everything prints it. Throws nothing but what memory throws.
 std::string text_of(NodeKey key);
 
 // Where an object is, as records and indexes point at it.

@@ -22,7 +22,7 @@ struct Inspection {
   // A line for each file that is not there or cannot be read.
   std::vector<std::string> unavailable;
 
-  // Damage outweighs a file that is missing.
+  // What the exit status says; damage outweighs a file that is missing. Throws nothing.
   Verdict verdict() const;
 };
 
@@ -30,6 +30,8 @@ struct Inspection {
 // main.odbj in the directory, else the one that the header of main.odb names. Bytes that make no sense are
 // findings, never a failure; files that cannot be opened or read are listed as unavailable.
 // Keeps the details that are wanted.
+// Takes the time of one reading of all files and the memory of a few times the meta database and its journal.
+// Throws nothing but what memory throws.
 // Another process may have the databases open, but what it changes meanwhile can look like damage.
 Inspection inspect_pair(const std::string& directory, const std::optional<std::string>& journal_path,
                         const Wanted& wanted = {});

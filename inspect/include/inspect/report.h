@@ -16,7 +16,7 @@ namespace inspect {
 
 enum class DatabaseFile { tsdb, mdb, journal };
 
-// The file's name in its directory.
+// The file's name in its directory; lives as long as the program. Throws nothing.
 std::string_view name_of(DatabaseFile file);
 
 enum class Severity {
@@ -44,10 +44,11 @@ class Report {
  public:
   static constexpr std::size_t default_limit = 10'000;
 
-  // Lets the report keep `count` findings of each severity; those beyond are counted only, so that a file
-  // made of nothing but damage costs no more memory than its size warrants.
+  // Lets the report keep findings as long as no more than `count` of the severity were found; those beyond
+  // are counted only, so that a file made of nothing but damage costs no more memory than its size warrants.
   void set_limit(std::size_t count) { limit_ = count; }
 
+  // Adds a finding whose text is the concatenated pieces. Throws nothing but what memory throws.
   template <typename... Pieces>
   void damage(const Place& place, const Pieces&... pieces) {
     damage_count_ += 1;
@@ -55,6 +56,7 @@ class Report {
       findings_.push_back({Severity::damage, place, text::concat(pieces...)});
   }
 
+  // As damage(), for what is legal.
   template <typename... Pieces>
   void note(const Place& place, const Pieces&... pieces) {
     note_count_ += 1;
