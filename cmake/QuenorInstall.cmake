@@ -12,7 +12,9 @@ set(QUENOR_PACKAGE_DIR "${CMAKE_INSTALL_LIBDIR}/cmake/Quenor")
 function(quenor_install_package)
   install(TARGETS quenor-createdb quenor-dbinfo
     RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT tools)
-  install(FILES README.md FORMAT.md DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT tools)
+  install(FILES README.md CHANGELOG.md FORMAT.md DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT tools)
+  # In a folder of their own, as README.md links them there.
+  install(FILES docs/messages.md docs/dbinfo-json.md DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs" COMPONENT tools)
   if(NOT WIN32)
     install(FILES docs/man/quenor-createdb.1 docs/man/quenor-dbinfo.1
       DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT tools)
