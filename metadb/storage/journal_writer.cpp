@@ -1,5 +1,8 @@
 #include "journal_writer.h"
 
+#include <algorithm>
+#include <cstring>
+
 #include "common/errors.h"
 #include "common/text.h"
 #include "journal_meters.h"
@@ -21,6 +24,29 @@ std::span<std::byte> checked_range(std::uint64_t position, std::uint64_t size) {
   return journal.subspan(static_cast<std::size_t>(position), static_cast<std::size_t>(size));
 }
 
+// The position of the first begin entry's magic from `at` on, at the distance of whole entries; `end` if
+// there is none. The compiler makes vector instructions of the inner loop, as a half is large and mostly free
+// of them.
+std::size_t find_begin(std::span<const std::byte> journal, std::size_t at, std::size_t end) {
+  constexpr std::size_t words_at_once = 64;
+  std::uint32_t pattern = 0;
+  bytes::store_u32(std::as_writable_bytes(std::span(&pattern, 1)), 0, format::begin_entry::magic_word);
+  while (at + words_at_once * sizeof pattern <= end) {
+    std::uint32_t found = 0;
+    for (std::size_t i = 0; i < words_at_once; ++i) {
+      std::uint32_t word;
+      std::memcpy(&word, &journal[at + i * sizeof word], sizeof word);
+      found += word == pattern ? 1U : 0U;
+    }
+    if (found != 0)
+      break;
+    at += words_at_once * sizeof pattern;
+  }
+  while (at < end && bytes::load_u32(journal, at) != format::begin_entry::magic_word)
+    at += format::entry_alignment;
+  return std::min(at, end);
+}
+
 }  // namespace
 
 std::uint32_t JournalWriter::free() const {
@@ -37,6 +63,7 @@ std::uint32_t JournalWriter::free() const {
 void JournalWriter::resume(std::uint64_t serial, unsigned half) {
   serial_ = serial;
   half_ = half;
+  may_hold_stale_begins_ = {true, true};
 }
 
 void JournalWriter::enter_other_half() {
@@ -53,13 +80,21 @@ bool JournalWriter::strike_out_stale_begins() {
   const auto halves = geometry();
   const auto journal = journal_bytes();
   const unsigned next = 1 - half_;
+  if (!may_hold_stale_begins_[next])
+    return false;
+  may_hold_stale_begins_[next] = false;
   bool struck = false;
-  for (std::uint64_t at = halves.first_entry(next); at + format::begin_entry::size <= halves.half_end(next);
-       at += format::entry_alignment) {
-    const auto entry = journal.subspan(static_cast<std::size_t>(at), format::begin_entry::size);
-    if (bytes::load_u32(entry, 0) != format::begin_entry::magic_word)
-      continue;
-    if (bytes::load_u64(entry, format::begin_entry::serial) != serial_ + 1)
+  const auto first = static_cast<std::size_t>(halves.first_entry(next));
+  const auto half_end = static_cast<std::size_t>(halves.half_end(next));
+  // Past the last place for a whole begin entry.
+  const std::size_t end = half_end < format::begin_entry::size ? 0 : half_end - format::begin_entry::size + 1;
+  for (std::size_t at = find_begin(journal, first, end); at < end;
+       at = find_begin(journal, at + format::entry_alignment, end)) {
+    const auto entry = journal.subspan(at, format::begin_entry::size);
+    const std::uint64_t serial = bytes::load_u64(entry, format::begin_entry::serial);
+    if (serial > serial_ + 1)
+      may_hold_stale_begins_[next] = true;
+    if (serial != serial_ + 1)
       continue;
     std::ranges::fill(entry, std::byte{0});
     struck = true;
@@ -76,6 +111,12 @@ std::span<std::byte> JournalWriter::claim(std::uint64_t size) {
   return entry;
 }
 
+void JournalWriter::look_for_begins(std::uint64_t start) {
+  const auto end = static_cast<std::size_t>(position_);
+  if (find_begin(journal_bytes(), static_cast<std::size_t>(start), end) < end)
+    may_hold_stale_begins_[half_] = true;
+}
+
 void JournalWriter::write_begin() {
   const auto entry = claim(format::begin_entry::size);
   bytes::store_u32(entry, 0, format::begin_entry::magic_word);
@@ -90,6 +131,7 @@ std::uint32_t JournalWriter::write_update(std::span<const std::byte> data, std::
   bytes::store_u64(entry, format::update_entry::target, target);
   bytes::store_u32(entry, format::update_entry::zero, 0);
   std::ranges::copy(data, entry.begin() + format::update_entry::data);
+  look_for_begins(start);
   return static_cast<std::uint32_t>(start + format::update_entry::data);
 }
 
@@ -108,7 +150,9 @@ void JournalWriter::write_redirection() {
 }
 
 void JournalWriter::write_raw(std::span<const std::byte> entries) {
+  const std::uint64_t start = position_;
   std::ranges::copy(entries, claim(entries.size()).begin());
+  look_for_begins(start);
 }
 
 void JournalWriter::move_back(std::uint64_t position) {

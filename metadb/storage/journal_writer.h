@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <span>
 
@@ -46,10 +47,16 @@ class JournalWriter {
 
  private:
   std::span<std::byte> claim(std::uint64_t size);
+  // Takes note when data written from `start` on could be read as a begin entry.
+  void look_for_begins(std::uint64_t start);
 
   unsigned half_ = 0;
   std::uint64_t serial_ = 0;
   std::uint64_t position_ = 0;
+  // Whether bytes in a half, of whatever origin, may read as a begin entry of a serial yet to come. Data is
+  // looked at while it is written, as it is in the processor's cache then, and the half not again when it is
+  // entered.
+  std::array<bool, 2> may_hold_stale_begins_ = {true, true};
 };
 
 }  // namespace mdb

@@ -202,6 +202,18 @@ TEST_F(JournalTest, ASerialIsNeverMetTwice) {
   bytes::store_u64(half, 808, 2);
   mdb::journal_flip(false);
   EXPECT_EQ(text_of(half.subspan(800, 4)), std::string(4, '\0'));
+
+  // Data, too, that reads like the begin of a serial to come: it is met when its half is entered the second
+  // time.
+  Bytes like_a_begin = bytes_of("....TBEG............");
+  bytes::store_u64(like_a_begin, 12, 6);
+  commit(text_of(like_a_begin), 600);
+  const auto data = half.subspan(16 + 20, like_a_begin.size());
+  for (const std::string& expected : {text_of(like_a_begin), text_of(like_a_begin), std::string(16, '\0')}) {
+    EXPECT_TRUE(text_of(data).ends_with(expected));
+    mdb::journal_flip(false);
+    mdb::journal_flip(false);
+  }
 }
 
 }  // namespace
