@@ -72,7 +72,9 @@ void move_to_front(std::uint32_t index) {
 
 // The block's committed bytes: what the file holds and, over it, what it does not hold yet.
 void read_committed(BlockBuffer& buffer, std::uint32_t block) {
-  block_read(buffer.bytes(), block, 1);
+  const bool is_in_store = block < backing_size() / block_size();
+  if (!is_in_store || !running_half_covers(block))
+    block_read(buffer.bytes(), block, 1);
   running_half_overlay(buffer.bytes(), std::uint64_t{block} * block_size());
 }
 

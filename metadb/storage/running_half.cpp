@@ -137,6 +137,10 @@ void running_half_apply() {
   half.unapplied.clear();  // R2
 }
 
+bool running_half_covers(std::uint32_t block) {
+  return half.unapplied.covers(block);
+}
+
 void running_half_overlay(std::span<std::byte> buffer, std::uint64_t offset) {
   const JournalBytes journal = journal_bytes();
   half.unapplied.for_each_of_block(offset / block_size(), [&](const UpdateRecord& record) {

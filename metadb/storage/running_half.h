@@ -29,6 +29,10 @@ void running_half_update_cache();
 // throw.
 void running_half_apply();
 
+// Whether what is committed and not yet applied has every byte of the block, so that the file need not be
+// read.
+bool running_half_covers(std::uint32_t block);
+
 // Lays what is committed and not yet applied over a buffer that holds the file's bytes from `offset`, which
 // lie within one block.
 void running_half_overlay(std::span<std::byte> buffer, std::uint64_t offset);

@@ -14,6 +14,24 @@ void UpdateIndex::add(const UpdateRecord& record) {
     append_link(block, number);
 }
 
+bool UpdateIndex::covers_block(const Link& link) const {
+  const UpdateRecord& record = records_[link.record];
+  const std::uint64_t start = link.block * block_size();
+  return record.target <= start && record.target + record.length >= start + block_size();
+}
+
+bool UpdateIndex::covers(std::uint64_t block) const {
+  const auto chain = chains_.find(block);
+  return chain != chains_.end() && covers_block(links_[first_that_counts(chain->second)]);
+}
+
+std::size_t UpdateIndex::first_that_counts(const Chain& chain) const {
+  std::size_t link = chain.last;
+  while (link != chain.first && !covers_block(links_[link]))
+    link = links_[link].previous;
+  return link;
+}
+
 void UpdateIndex::append_link(std::uint64_t block, std::size_t record) {
   const std::size_t link = links_.size();
   if (link == links_.capacity())

@@ -28,17 +28,20 @@ class UpdateIndex {
   void move_data(std::int64_t distance);
 
   std::size_t size() const { return records_.size(); }
+  // Whether some update overwrites the whole block.
+  bool covers(std::uint64_t block) const;
   bool touches(std::uint64_t block) const { return chains_.contains(block); }
   // The blocks that any update touches, in ascending order.
   std::vector<std::uint64_t> blocks() const;
 
-  // Calls `visit(const UpdateRecord&)` for every update that touches the block, oldest first.
+  // Calls `visit(const UpdateRecord&)` for the updates that touch the block, oldest first, but for those that
+  // a later one overwrites whole, the block's every byte.
   template <typename Visitor>
   void for_each_of_block(std::uint64_t block, Visitor visit) const {
     const auto chain = chains_.find(block);
     if (chain == chains_.end())
       return;
-    for (std::size_t link = chain->second.first; link != no_link; link = links_[link].next) {
+    for (std::size_t link = first_that_counts(chain->second); link != no_link; link = links_[link].next) {
       visit(records_[links_[link].record]);
     }
   }
@@ -58,6 +61,9 @@ class UpdateIndex {
     std::size_t last;
   };
 
+  bool covers_block(const Link& link) const;
+  // The last link whose update covers the whole block, or the first one.
+  std::size_t first_that_counts(const Chain& chain) const;
   void append_link(std::uint64_t block, std::size_t record);
   void drop_last_link();
 
