@@ -1,7 +1,6 @@
 #include "quenor_store.h"
 
-#include <fstream>
-#include <numeric>
+#include <utility>
 #include <vector>
 
 #include "common/log.h"
@@ -18,6 +17,7 @@
 #include "nodemodel/node_store.h"
 #include "nodemodel/record_reader.h"
 #include "nodemodel/serialization_cache.h"
+#include "platform/platform.h"
 
 namespace bench {
 namespace {
@@ -31,13 +31,12 @@ std::string journal_path(const StoreSettings& settings) {
   return settings.directory / "main.odbj";
 }
 
+// In pieces like those of the tool, which decide how large the pieces are in which the system keeps the file.
 void make_zero_file(const std::string& path, std::uint64_t size) {
-  std::ofstream file(path, std::ios::binary);
-  const std::vector<char> zeros(1 << 20);
-  for (std::uint64_t done = 0; done < size; done += zeros.size()) {
-    file.write(zeros.data(),
-               static_cast<std::streamsize>(std::min<std::uint64_t>(zeros.size(), size - done)));
-  }
+  const auto file = std::move(platform::system().create_new(path).value());
+  const std::vector<std::byte> zeros(4096);
+  for (std::uint64_t done = 0; done < size; done += zeros.size())
+    (void)file->write_at(done, zeros);
 }
 
 class QuenorStore final : public Store {
@@ -54,8 +53,8 @@ class QuenorStore final : public Store {
   void store(const Node& node) override { write(node, {}); }
   std::uint64_t get(std::uint64_t id) override {
     std::uint64_t result = 0;
-    const mdb::ObjectHandle object = mdb::object_load(found(id));
-    mdb::for_each_entry(object, [&result](const mdb::RecordEntry& entry) {
+    mdb::BlockBuffer scratch;
+    mdb::for_each_entry(mdb::object_view(found(id), scratch), [&result](const mdb::RecordEntry& entry) {
       if (entry.property_id() == property::name)
         result = folded(text_in(entry));
     });
@@ -63,9 +62,9 @@ class QuenorStore final : public Store {
   }
   std::uint64_t children(std::uint64_t parent) override {
     std::uint64_t sum = 0;
+    mdb::BlockBuffer scratch;
     for (mdb::NodeCursor child = mdb::node_children(node_id(parent)); !child.at_end(); child.next()) {
-      const mdb::ObjectHandle object = mdb::object_load(child.reference());
-      mdb::RecordReader reader(object);
+      mdb::RecordReader reader(mdb::object_view(child.reference(), scratch));
       sum += number_of(reader.next()->node_id());  // the id is the first of the properties
     }
     return sum;
@@ -73,7 +72,8 @@ class QuenorStore final : public Store {
   void re_parent(std::uint64_t id, std::uint64_t parent) override {
     const mdb::ObjectReference reference = found(id);
     mdb::PropertyString text;
-    mdb::for_each_entry(mdb::object_load(reference), [&text](const mdb::RecordEntry& entry) {
+    mdb::BlockBuffer scratch;
+    mdb::for_each_entry(mdb::object_view(reference, scratch), [&text](const mdb::RecordEntry& entry) {
       if (entry.property_id() == property::name)
         entry.read_into(text);
     });

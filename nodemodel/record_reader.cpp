@@ -50,7 +50,7 @@ void RecordEntry::read_into(Property& property) const {
   property.mark = is_marked() ? 1 : 0;
 }
 
-RecordReader::RecordReader(const ObjectHandle& object) : block_(object.block), rest_(object_record(object)) {
+RecordReader::RecordReader(const ObjectView& object) : block_(object.block), rest_(object_record(object)) {
   offset_ = object.offset + (object_length(object) - static_cast<std::uint32_t>(rest_.size()));
 }
 

@@ -20,8 +20,8 @@
 namespace mdb {
 namespace {
 
-Item item_of(const ObjectHandle& handle) {
-  return item_at(handle.data.bytes(), handle.block, handle.offset);
+Item item_of(const ObjectView& object) {
+  return item_at(object.data, object.block, object.offset);
 }
 
 void journal_header(const ObjectHandle& handle, std::uint32_t offset) {
@@ -57,6 +57,21 @@ std::uint32_t length_with_successor(const ObjectHandle& handle) {
   return object.length_bytes + (next.is_placeholder ? next.length_bytes : 0);
 }
 
+void require_reference(ObjectReference reference) {
+  if (reference.is_null())
+    throw error_nullobj("Attempt to read null object");
+}
+
+void require_live(const ObjectView& object) {
+  for (const Item& item : BlockItems(object.block, object.data)) {
+    if (item.offset == object.offset && !item.is_placeholder)
+      return;
+    if (item.offset >= object.offset)
+      break;
+  }
+  throw error_need_repair("Attempt to load placeholder");
+}
+
 void reclassify(const ObjectHandle& handle) {
   const BlockClass block_class = classify_block(handle);
   if (block_class != mark_query(handle.block))
@@ -65,7 +80,7 @@ void reclassify(const ObjectHandle& handle) {
 
 }  // namespace
 
-std::uint32_t object_length(const ObjectHandle& object) {
+std::uint32_t object_length(const ObjectView& object) {
   return item_of(object).length_bytes;
 }
 
@@ -73,21 +88,22 @@ std::span<std::byte> object_record(ObjectHandle& object) {
   return object.data.bytes().subspan(object.offset, object_length(object)).subspan(format::item::record);
 }
 
-std::span<const std::byte> object_record(const ObjectHandle& object) {
-  return object.data.bytes().subspan(object.offset, object_length(object)).subspan(format::item::record);
+std::span<const std::byte> object_record(const ObjectView& object) {
+  return object.data.subspan(object.offset, object_length(object)).subspan(format::item::record);
 }
 
 ObjectHandle object_load(ObjectReference reference) {
-  if (reference.is_null())
-    throw error_nullobj("Attempt to read null object");
+  require_reference(reference);
   ObjectHandle handle{reference.block, reference.offset, read_block_copy(reference.block)};
-  for (const Item& item : BlockItems(handle.block, handle.data.bytes())) {
-    if (item.offset == reference.offset && !item.is_placeholder)
-      return handle;
-    if (item.offset >= reference.offset)
-      break;
-  }
-  throw error_need_repair("Attempt to load placeholder");
+  require_live(handle);
+  return handle;
+}
+
+ObjectView object_view(ObjectReference reference, BlockBuffer& scratch) {
+  require_reference(reference);
+  const ObjectView view{reference.block, reference.offset, view_block(reference.block, scratch)};
+  require_live(view);
+  return view;
 }
 
 ObjectReference object_allocate(std::uint32_t size) {

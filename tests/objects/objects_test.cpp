@@ -139,7 +139,8 @@ TEST(Objects, DamageIsReportedNotFollowed) {
     const Bytes before = contents();
     const std::function<void()> calls[] = {
         [&] {
-          mdb::object_load({block, 100});
+          mdb::BlockBuffer scratch;
+          mdb::object_view({block, 100}, scratch);
         },
         [&] {
           mdb::object_load({block, 200});

@@ -6,8 +6,8 @@
 #include "metadb/objects/database.h"
 #include "metadb/objects/indexes.h"
 #include "metadb/objects/objects.h"
-#include "metadb/storage/mdb_header.h"
 #include "metadb/storage/backing_store.h"
+#include "metadb/storage/mdb_header.h"
 #include "nodemodel/record_format.h"
 #include "nodemodel/record_reader.h"
 #include "timeseries/backing_store.h"
@@ -55,7 +55,8 @@ void drop_databases() {
 
 NodeFacts read_node(mdb::ObjectReference reference) {
   NodeFacts facts;
-  mdb::for_each_entry(mdb::object_load(reference), [&](const mdb::RecordEntry& entry) {
+  mdb::BlockBuffer scratch;
+  mdb::for_each_entry(mdb::object_view(reference, scratch), [&](const mdb::RecordEntry& entry) {
     if (entry.property_id() == mdb::property_id::parent_id)
       facts.parent = entry.node_id().k1;
     if (entry.property_id() == mdb::property_id::name) {

@@ -12,7 +12,7 @@
 
 namespace mdb {
 
-// One property entry, a view into the object's private copy.
+// One property entry, a view into the object's bytes.
 class RecordEntry {
  public:
   std::uint32_t property_id() const;
@@ -43,11 +43,12 @@ class RecordEntry {
   std::span<const std::byte> bytes_;
 };
 
-// Steps through the entries of an object. Valid as long as the handle keeps its copy.
+// Steps through the entries of an object. Valid as long as the bytes are: those of a handle as long as it
+// keeps its copy, those of a view until the next call that may read or commit a block.
 class RecordReader {
  public:
   // Throws error_consistency when the object's header makes no sense.
-  explicit RecordReader(const ObjectHandle& object);
+  explicit RecordReader(const ObjectView& object);
 
   // The next entry; nothing after the last one.
   // Throws error_need_repair, naming block and offset, for an entry that does not lie within the object.
@@ -61,7 +62,7 @@ class RecordReader {
 
 // Calls `visit` with each entry in order. Throws what RecordReader and `visit` throw, when they do.
 template <typename Visitor>
-void for_each_entry(const ObjectHandle& object, Visitor&& visit) {
+void for_each_entry(const ObjectView& object, Visitor&& visit) {
   RecordReader reader(object);
   while (const std::optional<RecordEntry> entry = reader.next())
     visit(*entry);

@@ -14,6 +14,8 @@
 #include <optional>
 #include <span>
 
+#include "common/bytes.h"
+
 namespace mdb {
 
 namespace format::item {
@@ -35,11 +37,30 @@ struct Item {
 };
 
 // The item whose header lies at `offset` of the block's bytes; nothing when it is not sound.
-std::optional<Item> sound_item_at(std::span<const std::byte> block_bytes, std::uint32_t offset);
+inline std::optional<Item> sound_item_at(std::span<const std::byte> block_bytes, std::uint32_t offset) {
+  if (std::uint64_t{offset} + format::item::header_size > block_bytes.size())
+    return std::nullopt;
+  const std::uint32_t header = bytes::load_u32(block_bytes, offset + format::item::header);
+  const Item item{offset, header & ~format::item::placeholder_bit,
+                  (header & format::item::placeholder_bit) != 0};
+  if (item.length_bytes < format::item::header_size)
+    return std::nullopt;
+  if (std::uint64_t{offset} + item.length_bytes > block_bytes.size())
+    return std::nullopt;
+  return item;
+}
+
+// Throws what item_at throws.
+[[noreturn]] void throw_unsound_item(std::uint32_t block, std::uint32_t offset);
 
 // The same for callers that cannot go on without it; `block` is for the message.
 // Throws error_consistency "Object at offset … in block … has zero length".
-Item item_at(std::span<const std::byte> block_bytes, std::uint32_t block, std::uint32_t offset);
+inline Item item_at(std::span<const std::byte> block_bytes, std::uint32_t block, std::uint32_t offset) {
+  const std::optional<Item> item = sound_item_at(block_bytes, offset);
+  if (!item)
+    throw_unsound_item(block, offset);
+  return *item;
+}
 
 // Writes the header word of an item. REQUIRES: offset + 4 ≤ block_bytes.size().
 void store_item_header(std::span<std::byte> block_bytes, std::uint32_t offset, std::uint32_t length_bytes,
@@ -58,7 +79,12 @@ class BlockItems {
         : block_(block), bytes_(bytes), item_(item_at(bytes, block, 0)) {}
 
     const Item& operator*() const { return item_; }
-    Iterator& operator++();
+    Iterator& operator++() {
+      at_end_ = item_.end() == bytes_.size();
+      if (!at_end_)
+        item_ = item_at(bytes_, block_, item_.end());
+      return *this;
+    }
     bool operator==(std::default_sentinel_t) const { return at_end_; }
 
    private:

@@ -71,7 +71,6 @@ class LeafView : public NodeView {
 
  protected:
   // Byte offset of the neighbour's number.
-  // Byte offset of the neighbour's number.
   static constexpr std::size_t neighbor_offset(Side side) {
     return side == Side::left ? format::leaf::left : format::leaf::right;
   }

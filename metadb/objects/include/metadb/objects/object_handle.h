@@ -1,13 +1,24 @@
-// An object while it is worked on: where it is, and a private copy of its whole block.
+// An object while it is worked on: where it is, and a private copy of its whole block; or a look at one.
 
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "metadb/objects/reference.h"
 #include "metadb/storage/block_copy.h"
 
 namespace mdb {
+
+// A look at an object in its whole block, of which it owns nothing. Valid as long as the block's bytes are.
+struct ObjectView {
+  std::uint32_t block = 0;
+  std::uint32_t offset = 0;
+  std::span<const std::byte> data;
+
+  ObjectReference reference() const { return {block, offset}; }
+};
 
 struct ObjectHandle {
   std::uint32_t block = 0;
@@ -15,6 +26,8 @@ struct ObjectHandle {
   BlockBuffer data;
 
   ObjectReference reference() const { return {block, offset}; }
+  // Valid as long as the handle keeps its copy.
+  operator ObjectView() const { return {block, offset, data.bytes()}; }
 };
 
 }  // namespace mdb

@@ -31,16 +31,21 @@ class RecordWriter {
 
 // The object's length as its header gives it, header included.
 // Throws error_consistency when the header makes no sense.
-std::uint32_t object_length(const ObjectHandle& object);
+std::uint32_t object_length(const ObjectView& object);
 
 // The object's bytes after its header. Throws as object_length does.
 std::span<std::byte> object_record(ObjectHandle& object);
-std::span<const std::byte> object_record(const ObjectHandle& object);
+std::span<const std::byte> object_record(const ObjectView& object);
 
 // A handle on the live object that starts exactly at the reference.
 // Throws error_nullobj for the null reference, error_need_repair "Attempt to load placeholder" when no live
 // object starts there, error_consistency for a damaged item before it, and what reading the block throws.
 ObjectHandle object_load(ObjectReference reference);
+
+// The same to look at only: without a copy where the open transaction has not touched the block, else with
+// one in `scratch`. Valid until the next call that may read or commit a block, and as long as `scratch` is
+// kept.
+ObjectView object_view(ObjectReference reference, BlockBuffer& scratch);
 
 // Carves an object of exactly `size` bytes, header included, out of free space, in transactions of its own.
 // Until something is stored in it, an object that took a whole placeholder still counts as one.
