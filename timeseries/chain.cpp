@@ -129,8 +129,14 @@ std::span<Run> Chain::runs_to_change() {
   return runs_;
 }
 
+Run& Chain::last_run() {
+  first_open_run_ = std::min(first_open_run_, runs_.size() - 1);
+  return runs_.back();
+}
+
 void Chain::append(Run run) {
-  run_starts_.reserve(run_starts_.size() + 1);
+  if (run_starts_.size() == run_starts_.capacity())
+    run_starts_.reserve(2 * run_starts_.size() + 1);
   runs_.push_back(std::move(run));
   run_starts_.push_back(capacity_);
   capacity_ += runs_.back().capacity();

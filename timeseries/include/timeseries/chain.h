@@ -99,8 +99,8 @@ class Chain {
   std::span<const Run> runs() const { return runs_; }
   // The same for a caller that may change any of them; not to be held over a search.
   std::span<Run> runs_to_change();
-  // REQUIRES: there is one.
-  Run& last_run() { return runs_to_change().back(); }
+  // The same of the last one alone. REQUIRES: there is one.
+  Run& last_run();
 
   // A zero run for this chain, not yet part of it.
   Run make_run(std::uint32_t first_block, std::uint32_t block_count) const;
