@@ -12,23 +12,20 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cstdlib>
 #include <iostream>
 #include <optional>
-#include <sstream>
 
-#include "common/errors.h"
-#include "createdb/driver.h"
 #include "inspect/inspection.h"
-#include "metadb/objects/database.h"
 #include "simulation/simulated_system.h"
-#include "timeseries/create_tsdb.h"
+#include "small_pair.h"
+#include "tool_run.h"
 
 namespace {
 
 using simulation::Kept;
 using simulation::SimulatedSystem;
+using Outcome = support::ToolRun;
 
 constexpr const char* paths[] = {"/db/main.odb", "/db/main.odbj", "/db/main.tsdb"};
 
@@ -50,44 +47,6 @@ void PrintTo(const Mode& mode, std::ostream* out) {
   *out << mode.name;
 }
 
-struct Outcome {
-  int status;
-  std::string last_words;  // the end of standard error
-};
-
-// Lets the streams of the process read and write strings for as long as it lives.
-class Redirected {
- public:
-  explicit Redirected(const char* answers) : input_(answers) {}
-  ~Redirected() {
-    std::cin.rdbuf(before_[0]);
-    std::cin.clear();
-    std::cout.rdbuf(before_[1]);
-    std::cerr.rdbuf(before_[2]);
-  }
-  Redirected(const Redirected&) = delete;
-  Redirected& operator=(const Redirected&) = delete;
-
-  std::string error_text() const { return error_.str(); }
-
- private:
-  std::istringstream input_;
-  std::ostringstream output_;
-  std::ostringstream error_;
-  std::array<std::streambuf*, 3> before_ = {std::cin.rdbuf(input_.rdbuf()), std::cout.rdbuf(output_.rdbuf()),
-                                            std::cerr.rdbuf(error_.rdbuf())};
-};
-
-// As the end of the process would.
-void drop_databases() {
-  try {
-    mdb::mdb_close();
-  } catch (const mdb::error_io&) {
-    // The computer may be off.
-  }
-  tsdb::tsdb_close();
-}
-
 class CreationSweep : public testing::TestWithParam<Mode> {
  protected:
   using Files = std::vector<std::optional<std::vector<std::byte>>>;
@@ -101,17 +60,9 @@ class CreationSweep : public testing::TestWithParam<Mode> {
 
   static Outcome run(SimulatedSystem& computer) {
     const simulation::Installed use(computer);
-    const Redirected streams(GetParam().answers);
-    std::vector<std::string> words = GetParam().options;
-    words.insert(words.begin(), "quenor-createdb");
-    std::vector<char*> argv;
-    for (std::string& word : words)
-      argv.push_back(word.data());
-    const int status = createdb::run(static_cast<int>(argv.size()), argv.data());
-    drop_databases();
-    const std::string text = streams.error_text();
-    const std::size_t line = text.rfind('\n', text.size() - std::min<std::size_t>(text.size(), 2));
-    return {status, text.substr(line == std::string::npos ? 0 : line + 1)};
+    const Outcome outcome = support::run_tool(GetParam().options, GetParam().answers);
+    support::drop_databases();
+    return outcome;
   }
 
   static Files files_of(const SimulatedSystem& computer) {

@@ -2,19 +2,14 @@
 
 #include <gmock/gmock.h>
 
-#include <iostream>
 #include <string>
 
-#include "common/errors.h"
 #include "createdb/create_files.h"
-#include "createdb/driver.h"
 #include "createdb/end_of_run.h"
 #include "createdb/progress.h"
-#include "metadb/objects/database.h"
-#include "metadb/storage/journal.h"
-#include "metadb/storage/mapped_journal.h"
 #include "simulation/simulated_system.h"
-#include "timeseries/create_tsdb.h"
+#include "small_pair.h"
+#include "tool_run.h"
 
 namespace {
 
@@ -27,17 +22,7 @@ class Failures : public ::testing::Test {
     system_.set_free_bytes(1U << 30);
     system_.set_error_text(28, "no room");
   }
-  ~Failures() override { drop_databases(); }
-
-  // As the end of the process would.
-  static void drop_databases() {
-    mdb::journal_drop();
-    try {
-      mdb::mdb_close();
-    } catch (const mdb::error_generic&) {  // it was not open
-    }
-    tsdb::tsdb_close();
-  }
+  ~Failures() override { support::drop_databases(); }
 
   // The operation on the path fails, or transfers no more than `transfer_limit`.
   void inject(Operation operation, const char* path_end, std::uint64_t occurrence,
@@ -49,32 +34,20 @@ class Failures : public ::testing::Test {
                     .transfer_limit = transfer_limit});
   }
 
-  // The status in digits and what the last line on standard error says from where the failure was met.
-  template <typename Run>
-  static std::string last_words(Run run) {
-    ::testing::internal::CaptureStdout();
-    ::testing::internal::CaptureStderr();
-    const int status = run();
-    std::cout.flush();
-    (void)::testing::internal::GetCapturedStdout();
-    std::string text = "\n" + ::testing::internal::GetCapturedStderr();
-    text.pop_back();
-    return std::to_string(status) + " " + text.substr(text.rfind('\n') + 1);
-  }
-  static std::string run(std::string directory, std::string option = "-f") {
-    char* argv[] = {nullptr, const_cast<char*>("-f"), const_cast<char*>("-d"), directory.data(),
-                    option.data()};
-    return last_words([&] { return createdb::run(5, argv); });
+  // The status in digits and the last line on standard error.
+  static std::string run(const std::string& directory) {
+    const support::ToolRun outcome = support::run_tool({"-f", "-d", directory});
+    return std::to_string(outcome.status) + " " + outcome.last_words;
   }
   static std::string prepare(const std::string& path, std::uint64_t size_bytes) {
-    return last_words([&] {
-      try {
-        createdb::prepare_store(path, size_bytes);
-      } catch (const createdb::EndOfRun& end) {
-        return end.status;
-      }
-      return 0;
-    });
+    const support::RedirectedStreams streams("");
+    int status = 0;
+    try {
+      createdb::prepare_store(path, size_bytes);
+    } catch (const createdb::EndOfRun& end) {
+      status = end.status;
+    }
+    return std::to_string(status) + " " + streams.error_text();
   }
 
   simulation::SimulatedSystem system_;
@@ -119,7 +92,7 @@ TEST_F(Failures, EndTheRunWithAMessageOfTheirOwn) {
   for (const auto& c : cases) {
     inject(c.operation, c.path_end, c.occurrence, c.transfer_limit);
     EXPECT_EQ(run("/db"), "1 " + c.message);
-    drop_databases();
+    support::drop_databases();
     system_.clear_faults();
     for (const auto* path : {"/db/main.odb", "/db/main.odbj", "/db/main.tsdb"})
       system_.remove_file(path);
@@ -127,22 +100,6 @@ TEST_F(Failures, EndTheRunWithAMessageOfTheirOwn) {
   const std::string long_name = "/" + std::string(983, 'd');
   system_.add_directory(long_name);
   EXPECT_EQ(run(long_name), "1 MDB Error: Too long journal path");
-}
-
-// Nothing that a finished run has reported may be lost with the power.
-TEST_F(Failures, OfThePowerDoNotHurtAFinishedRun) {
-  for (const std::string option : {"-c", "-n", "-f"}) {
-    ASSERT_EQ(run("/db", option)[0], '0');
-    const std::string paths[] = {"/db/main.odb", "/db/main.odbj", "/db/main.tsdb"};
-    for (const auto& path : paths)
-      EXPECT_TRUE(system_.durable_contents(path) == system_.contents(path)) << option << " " << path;
-    drop_databases();
-    system_.power_cut({});
-    for (const auto& path : paths) {
-      ASSERT_TRUE(system_.has_file(path)) << option;
-      system_.remove_file(path);
-    }
-  }
 }
 
 // Whenever the run is interrupted, what it names is what it made: no file is there that it does not name, and
@@ -156,7 +113,7 @@ TEST_F(Failures, LeaveTheFilesThatAnInterruptNames) {
     run("/db");
     EXPECT_EQ(words(), is_made ? left + " \"/db\\main.odb\"\n" : "\nInterrupted before a file was made\n");
     EXPECT_EQ(system_.has_file("/db/main.odb"), is_made);
-    drop_databases();
+    support::drop_databases();
     system_.clear_faults();
     system_.remove_file("/db/main.odb");
   }
@@ -213,13 +170,13 @@ TEST_F(Failures, OfADeviceHaveMessagesToo) {
   EXPECT_TRUE(system_.contents("/device") == contents);
   EXPECT_EQ(system_.count(Operation::sync_directory), 0U);
 
-  EXPECT_EQ(prepare("/none", 1), "1 Unable to open store \"/none\"");
+  EXPECT_EQ(prepare("/none", 1), "1 Unable to open store \"/none\"\n");
   EXPECT_FALSE(system_.has_file("/none"));
-  EXPECT_EQ(prepare("/device", 12'289), "1 Unable to write to \"/device\"");
+  EXPECT_EQ(prepare("/device", 12'289), "1 Unable to write to \"/device\"\n");
   inject(Operation::write, "device", 1, 0);
-  EXPECT_EQ(prepare("/device", 1), "1 write returned 0");
+  EXPECT_EQ(prepare("/device", 1), "1 write returned 0\n");
   inject(Operation::close, "device", 1);
-  EXPECT_EQ(prepare("/device", 1), "1 Failed closing store \"/device\"");
+  EXPECT_EQ(prepare("/device", 1), "1 Failed closing store \"/device\"\n");
 }
 
 }  // namespace
