@@ -20,7 +20,7 @@ std::string timing_text(const Timing& timing) {
   std::string shown = text::concat(timing.count(), " in ", with_unit(timing.total(), timing));
   if (timing.count() == 0)
     return shown;
-  return text::concat(shown, " (", timing.minimum(), ", ", timing.total() / timing.count(), ", ",
+  return text::concat(shown, " (min ", timing.minimum(), ", mean ", timing.total() / timing.count(), ", max ",
                       timing.maximum(), ')');
 }
 

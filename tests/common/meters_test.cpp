@@ -55,10 +55,10 @@ TEST(Meters, AReportHasThemAllAndAsksTheGauges) {
   used.add(8);
   gauge_reading = 6;
   EXPECT_THAT(meter::report_as_table(),
-              testing::EndsWith("outer.count        18446744073709551615  a \"quoted\\text\"\n\n"
-                                "outer.unused       0 in 0 ms             Never\n"
-                                "outer.used         2 in 12 ms (4, 6, 8)  Twice\n"
-                                "outer.inner.gauge  7 kB                  Size\n"));
+              testing::EndsWith("outer.count        18446744073709551615               a \"quoted\\text\"\n\n"
+                                "outer.unused       0 in 0 ms                          Never\n"
+                                "outer.used         2 in 12 ms (min 4, mean 6, max 8)  Twice\n"
+                                "outer.inner.gauge  7 kB                               Size\n"));
   EXPECT_THAT(
       meter::report_as_json(),
       testing::AllOf(

@@ -114,12 +114,15 @@ class Timing : public Metric {
   // Adds one measured duration.
   void add(std::uint64_t duration);
 
+  // Durations added so far.
   std::uint64_t count() const { return count_; }
-  // Measurements added so far.
-  // All bits set before the first measurement.
+  // The shortest duration; all bits set before the first one.
   std::uint64_t minimum() const { return minimum_; }
+  // The longest duration; 0 before the first one.
   std::uint64_t maximum() const { return maximum_; }
+  // The sum of all durations.
   std::uint64_t total() const { return total_; }
+  // The sum of their squares, in the square of the unit.
   std::uint64_t total_of_squares() const { return total_of_squares_; }
 
  protected:

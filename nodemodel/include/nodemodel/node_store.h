@@ -15,8 +15,10 @@ namespace mdb {
 // the database does not have, error_dbnospace, and what object_store throws.
 ObjectReference node_store(ObjectReference reference);
 
-// Removes the record and all its index entries. Its children stay.
-// After a failure everything is as before. Throws as object_load and the indexes do.
+// Removes the record and all its index entries. Its children stay. Becomes durable as a stored one does.
+// After a failure everything is as before.
+// Throws error_nullobj for the null reference, error_need_repair when no record starts there, error_fubar
+// when an index lacks its entry, and what the journal throws.
 void node_erase(ObjectReference reference);
 
 }  // namespace mdb

@@ -25,10 +25,11 @@ void create_check_chain(std::uint32_t chain_set, std::uint32_t check_count);
 // Throws error_dbnospace when there is no room even then, and what grow_tsdb() and btb_WriteFile() throw.
 void grow_chain(Chain& chain, std::uint32_t block_count);
 
-// Writes a run with one block write; it is dirty no more.
+// Writes a run with one block write; it is dirty no more. Durable with the next sync_writes().
+// Throws what btb_WriteFile() throws; the run stays dirty then.
 void write_run(Run& run);
 
-// Writes all runs of a chain, the clean ones too.
+// Writes all runs of a chain, the clean ones too, as write_run() does.
 void write_runs(Chain& chain);
 
 // Raises the chain's timestamp, renews its line of the chain table and writes the header.

@@ -14,10 +14,11 @@ enum class Placement : std::int32_t { block_special = 0, directory = 1 };
 struct CreateSettings {
   std::string path;
   Placement placement = Placement::directory;
+  // Bytes, not 0; the header with the chain table has to fit in. The tool makes 1,024 to 16,384.
   std::uint32_t block_size = 0;
-  // Number of chain sets.
+  // Number of chain sets, not 0; the tool makes 2 to 5.
   std::uint32_t chains = 0;
-  // The database gets one MiB for each.
+  // The database gets one MiB for each; not 0.
   std::uint32_t initial_checks = 0;
   // Creates a file with so many zero bytes at the path; called for a placement in a directory.
   std::function<void(const std::string& path, std::uint64_t size_bytes)> create_file;

@@ -12,12 +12,14 @@
 namespace tsdb {
 
 struct LevelDescription {
+  // How many values the level has room for; not 0.
   std::uint32_t entry_count = 0;
   // Stored with the level, not interpreted.
   std::uint32_t parameter = 0;
 };
 
 struct SeriesDescription {
+  // 1 to 4: values of 28, 20, 28 and 1 bytes.
   std::uint32_t datatype = 0;
   // Each level is linked to the one after it.
   std::vector<LevelDescription> levels;
@@ -26,7 +28,7 @@ struct SeriesDescription {
 // Bytes of a stored entry. Throws error_dbtype for an unknown datatype.
 std::uint32_t entry_size_of(std::uint32_t datatype);
 
-// Number of the first free entry of an lblock chain, all bits set when there is none.
+// Number of the first free entry of an lblock chain, all bits set when there is none. Throws nothing.
 std::uint32_t find_free_lblock(Chain& chain);
 
 // Allocates a level of `block_count` blocks that is followed by level `next_lblock` (0 for none) and
