@@ -165,8 +165,12 @@ class PosixSystem final : public System {
     struct sigaction action {};
     action.sa_handler = end_with_last_words;
     action.sa_mask = interrupt_set();
-    for (const int signal : interrupts)
-      (void)::sigaction(signal, &action, nullptr);  // cannot fail for these signals
+    for (const int signal : interrupts) {
+      struct sigaction before {};
+      (void)::sigaction(signal, nullptr, &before);  // cannot fail for these signals
+      if (before.sa_handler != SIG_IGN)             // who started the process wants it to live on
+        (void)::sigaction(signal, &action, nullptr);
+    }
   }
 
   void hold_interrupts(bool hold) override {
@@ -186,8 +190,9 @@ std::string native_path(std::string path) {
 }
 
 System& native_system() {
-  static PosixSystem system;
-  return system;
+  // Never destroyed: a signal may come at any time, and its handler reads the words that the system keeps.
+  static auto* const system = new PosixSystem;
+  return *system;
 }
 
 }  // namespace platform
