@@ -1,5 +1,7 @@
 # What every target of the project has in common.
 
+# A program may want the libraries within a shared one of its own.
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
 
 add_library(quenor_settings INTERFACE)
