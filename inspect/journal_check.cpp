@@ -244,9 +244,10 @@ class JournalCheck {
   bool check_transaction(const TransactionExtent& extent, unsigned half) {
     if (extent.update_count == 0)
       report_.damage(at(extent.begin), "committed transaction: found no update, expected one at least");
-    if (extent.next() > geometry_.half_end(half)) {
+    if (extent.next() > geometry_.writable_limit(half)) {
       report_.damage(at(extent.end), "committed transaction: found its end at ", extent.next(),
-                     ", expected it within the half, which ends at ", geometry_.half_end(half));
+                     ", expected it within the half, whose transactions end at ",
+                     geometry_.writable_limit(half), " at most");
     }
     const std::uint64_t limit = layout_.addressable_blocks() * layout_.block_size;
     bool fits = true;
@@ -297,14 +298,15 @@ class JournalCheck {
     }
   }
 
-  // The pointer of a half is durable before the first entry that bears its serial is written.
+  // The pointer of a half is durable before the first entry that bears its serial is written. What only
+  // begins like an entry may be what is left of a record.
   void judge_foreign_serial(std::uint64_t position, std::uint64_t serial) {
     const std::uint64_t found = entries_.begin_serial(position);
-    if (found > serial) {
+    if (found > serial && entries_.transaction_at(position).state == State::complete) {
       report_.damage(at(position), "serial of the begin entry: found ", found, ", expected ", serial,
                      " at most");
     } else {
-      report_.note(at(position), "entries of serial ", found, " from an earlier use of the half");
+      report_.note(at(position), "stale entries of serial ", found, " from an earlier use of the half");
     }
   }
 
