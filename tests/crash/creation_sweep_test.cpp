@@ -38,6 +38,9 @@ struct Mode {
 
 const Mode modes[] = {
     {"Default", {"-d", "/db", "-f"}, "", 5},
+    {"DefaultWithoutAdministrator", {"-d", "/db", "-f", "-n"}, "", 20},
+    {"DefaultEmpty", {"-d", "/db", "-f", "-c"}, "", 20},
+    {"Confirmed", {"-i", "-c"}, "/db\ni\n4\n2\n16384\n1\n/db\ny\ny\n", 4},
     {"InternalJournal", {"-i", "-f"}, "/db\ni\n4\n2\n16384\n1\n/db\n", 2},
     {"SmallBlocksWithoutAdministrator", {"-i", "-f", "-n"}, "/db\ne\n/db\n4\n5\n1024\n1\n/db\n", 2},
     {"Empty", {"-i", "-f", "-c"}, "/db\ne\n/db\n4\n3\n16384\n1\n/db\n"},
@@ -128,7 +131,9 @@ class CreationSweep : public testing::TestWithParam<Mode> {
   }
 
   void cut_the_power(const SimulatedSystem& computer, std::uint64_t operation) {
-    for (const Kept kept : {Kept::nothing, operation % 2 == 0 ? Kept::all_but_one : Kept::random_sectors}) {
+    constexpr Kept others[] = {Kept::all_but_one, Kept::random_sectors, Kept::random_writes,
+                               Kept::everything};
+    for (const Kept kept : {Kept::nothing, others[operation % std::size(others)]}) {
       SCOPED_TRACE(testing::Message() << "kept " << static_cast<int>(kept));
       SimulatedSystem cut(computer);
       cut.power_cut({kept, operation});
@@ -140,7 +145,12 @@ class CreationSweep : public testing::TestWithParam<Mode> {
   void disturb(std::uint64_t operation, bool cuts_power) {
     SCOPED_TRACE(testing::Message() << "operation " << operation << (cuts_power ? ", power cut" : ""));
     SimulatedSystem computer = new_computer();
-    computer.inject({.occurrence = operation, .power_fails = cuts_power});
+    // Once, from then on, and with pieces written only.
+    computer.inject({.occurrence = operation,
+                     .lasting = operation % 3 == 1,
+                     .power_fails = cuts_power,
+                     .transfer_limit =
+                         !cuts_power && operation % 3 == 2 ? std::optional<std::size_t>(100) : std::nullopt});
     const Outcome outcome = run(computer);
     if (outcome.status == 0)
       return expect_as_undisturbed(computer);
@@ -160,7 +170,8 @@ TEST_P(CreationSweep, EndsWholeOrWithAMessageWhicheverOperationFails) {
   whole_ = files_of(undisturbed);
   expect_as_undisturbed(undisturbed);
   const std::vector<std::uint64_t> operations = chosen_operations(undisturbed.events());
-  for (std::size_t i = 0; i < operations.size() && !HasFailure(); i += GetParam().step) {
+  const std::size_t step = std::getenv("QUENOR_SWEEP_STRIDE") != nullptr ? 1 : GetParam().step;
+  for (std::size_t i = 0; i < operations.size() && !HasFailure(); i += step) {
     disturb(operations[i], false);
     disturb(operations[i], true);
   }

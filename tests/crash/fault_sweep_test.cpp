@@ -13,6 +13,8 @@
 #include <gtest/gtest.h>
 
 #include <iostream>
+#include <tuple>
+#include <utility>
 
 #include "common/errors.h"
 #include "metadb/objects/allocator.h"
@@ -87,6 +89,23 @@ constexpr OperationCase operations[] = {
        const mdb::Transaction transaction;
        crash::store_node(31, {1, "given up"});
      }},
+    {"NestedAbort",
+     [](State& state) {
+       mdb::Transaction outer;
+       store(state, 32, {1, "kept"});
+       {
+         const mdb::Transaction inner;
+         crash::store_node(33, {1, "given up"});
+       }
+       outer.end();
+     }},
+    {"EraseAll",
+     [](State& state) {
+       mdb::Transaction transaction;
+       for (const auto& [id, node] : std::exchange(state, {}))
+         crash::erase_node(id);
+       transaction.end();
+     }},
     {"Flip", [](State&) { mdb::journal_flip(false); }, true},
     {"FlipWithRedirection", [](State&) { mdb::journal_flip(true); }, true},
     {"Sync", [](State&) { mdb::journal_sync(); }, true},
@@ -99,9 +118,10 @@ constexpr OperationCase operations[] = {
      true},
     {"BackingGrow", [](State&) { mdb::backing_grow(40); }},
     {"ObjectAllocate", [](State&) { (void)mdb::object_allocate(80); }},
-    {"NodeFind",
+    {"NodeFindAndView",
      [](State&) {
-       (void)mdb::node_find({0, 9});
+       mdb::BlockBuffer scratch;
+       (void)mdb::object_view(mdb::node_find({0, 9}).value(), scratch);
      }},
     {"NodeChildren",
      [](State&) {
@@ -116,11 +136,11 @@ constexpr OperationCase operations[] = {
      }},
 };
 
-class FaultSweep : public testing::TestWithParam<OperationCase> {
+class FaultSweep : public testing::TestWithParam<std::tuple<OperationCase, mdb::JournalPlacement>> {
  protected:
   FaultSweep() {
     const simulation::Installed use(prepared_);
-    crash::create_database(prepared_, {256, 16'384, mdb::JournalPlacement::external});
+    crash::create_database(prepared_, {256, 16'384, std::get<1>(GetParam())});
     crash::open_database();
     for (std::uint32_t id = 1; id <= 11; ++id)
       store(before_, id, {id % 4, std::string(20 + 5 * id, 'a')});
@@ -129,7 +149,7 @@ class FaultSweep : public testing::TestWithParam<OperationCase> {
     crash::drop_databases();
   }
 
-  enum class Fault { once, zero_bytes, power_cut };
+  enum class Fault { once, lasting, zero_bytes, few_bytes, power_cut };
 
   // Runs the operation, with its call number `failing` disturbed when that is not 0.
   void perform(SimulatedSystem& system, std::uint64_t failing, Fault fault) {
@@ -137,13 +157,14 @@ class FaultSweep : public testing::TestWithParam<OperationCase> {
     system.clear_events();
     after_ = before_;
     returned_ = false;
+    simulation::Fault injected{
+        .occurrence = failing, .lasting = fault == Fault::lasting, .power_fails = fault == Fault::power_cut};
+    if (fault == Fault::zero_bytes || fault == Fault::few_bytes)
+      injected.transfer_limit = fault == Fault::zero_bytes ? 0 : 100;
     if (failing != 0)
-      system.inject(
-          {.occurrence = failing,
-           .power_fails = fault == Fault::power_cut,
-           .transfer_limit = fault == Fault::zero_bytes ? std::optional<std::size_t>(0) : std::nullopt});
+      system.inject(injected);
     try {
-      GetParam().perform(after_);
+      operation_.perform(after_);
       returned_ = true;
     } catch (const mdb::error_generic&) {
       EXPECT_FALSE(mdb::transaction_is_open());  // F1
@@ -189,19 +210,27 @@ class FaultSweep : public testing::TestWithParam<OperationCase> {
   }
 
   void fail_and_cut_the_power(std::uint64_t failing) {
-    for (const auto kept :
-         {simulation::Kept::nothing, simulation::Kept::all_but_one, simulation::Kept::random_sectors}) {
-      SimulatedSystem system(prepared_);
-      const simulation::Installed use(system);
-      perform(system, failing, Fault::power_cut);
-      crash::drop_databases();
-      system.clear_faults();
-      system.power_cut({kept, failing});
+    using simulation::Kept;
+    SimulatedSystem system(prepared_);
+    const simulation::Installed use(system);
+    perform(system, failing, Fault::power_cut);
+    crash::drop_databases();
+    system.clear_faults();
+    std::vector<simulation::Policy> policies;
+    for (const Kept kept : {Kept::nothing, Kept::random_writes, Kept::random_sectors})
+      policies.push_back({kept, failing});
+    for (std::size_t missing = 0; missing < system.unsynced_count(); ++missing)
+      policies.push_back({Kept::all_but_one, missing});
+    returned_ = returned_ && operation_.is_durable_on_return;
+    for (const simulation::Policy& policy : policies) {
+      SimulatedSystem cut(system);
+      const simulation::Installed use_cut(cut);
+      cut.power_cut(policy);
       crash::open_database();
       EXPECT_EQ(crash::findings(), "");
-      returned_ = returned_ && GetParam().is_durable_on_return;
       expect_before_or_after("after the power cut");
       crash::drop_databases();
+      crash_states_ += 1;
     }
   }
 
@@ -223,8 +252,10 @@ class FaultSweep : public testing::TestWithParam<OperationCase> {
 
   support::LogCapture log_;
   SimulatedSystem prepared_;
+  const OperationCase operation_ = std::get<0>(GetParam());
   State before_;
   State after_;
+  std::uint64_t crash_states_ = 0;
   bool returned_ = false;
 };
 
@@ -232,17 +263,23 @@ TEST_P(FaultSweep, LeavesTheStateBeforeOrAfterWhicheverCallFails) {
   const std::vector<std::uint64_t> calls = calls_of_undisturbed_run();
   for (const std::uint64_t failing : calls) {
     SCOPED_TRACE(testing::Message() << "call " << failing);
-    fail_and_go_on(failing, Fault::once);
-    fail_and_go_on(failing, Fault::zero_bytes);
+    for (const Fault fault : {Fault::once, Fault::lasting, Fault::zero_bytes, Fault::few_bytes})
+      fail_and_go_on(failing, fault);
     fail_and_cut_the_power(failing);
     if (HasFailure())
       break;
   }
-  std::cout << 3 * calls.size() << " crash states\n";
+  std::cout << crash_states_ << " crash states\n";
   EXPECT_FALSE(calls.empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Operations, FaultSweep, testing::ValuesIn(operations),
-                         [](const auto& operation) { return operation.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    Operations, FaultSweep,
+    testing::Combine(testing::ValuesIn(operations),
+                     testing::Values(mdb::JournalPlacement::internal, mdb::JournalPlacement::external)),
+    [](const auto& swept) {
+      const bool is_internal = std::get<1>(swept.param) == mdb::JournalPlacement::internal;
+      return std::get<0>(swept.param).name + std::string(is_internal ? "Internal" : "External");
+    });
 
 }  // namespace

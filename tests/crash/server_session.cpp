@@ -43,6 +43,8 @@ void ServerSession::change_some_node() {
   const std::uint32_t id = 1 + up_to(max_id - 1);
   const std::uint32_t other_id = 1 + up_to(max_id - 1);
   Node node{up_to(6), std::string(up_to(shape_.block_size / 6), static_cast<char>('a' + up_to(25)))};
+  if (one_in(10))
+    node.name = "TBEGTBEGTBEGTBEG";  // wherever it comes to lie in the journal, it begins like a transaction
   const auto found = working_.find(id);
   if (found == working_.end())
     return store(id, node);
@@ -83,8 +85,12 @@ void ServerSession::transaction(bool lazy, bool give_up) {
       const State before = working_;
       mdb::Transaction nested;
       change_some_node();
-      working_ = before;
-      continue;  // aborted
+      if (one_in(2)) {
+        nested.end();
+      } else {
+        working_ = before;  // aborted
+      }
+      continue;
     }
     change_some_node();
   }
@@ -101,8 +107,11 @@ void ServerSession::one_step() {
   const std::uint32_t dice = up_to(19);
   if (dice == 0)
     return system_.advance_microseconds(1'000'000);
-  if (dice == 1)
-    return mdb::journal_flip(one_in(2));
+  if (dice == 1) {
+    mdb::journal_flip(one_in(2));
+    history_ = {history_.back()};
+    return;
+  }
   try {
     transaction(dice < 14, dice == 19);
   } catch (const mdb::error_transact&) {
@@ -126,9 +135,21 @@ simulation::Policy ServerSession::random_policy() {
   return {kinds[up_to(4)], random_()};
 }
 
+State ServerSession::state_after_undisturbed_recovery() const {
+  simulation::SimulatedSystem twin(system_);
+  const simulation::Installed use(twin);
+  open_database();
+  State state = stored_state();
+  drop_databases();
+  return state;
+}
+
 // Opens the database, sometimes only after openings that were cut short themselves.
-void ServerSession::recover() {
+std::string ServerSession::recover() {
+  std::optional<State> expected;
   while (one_in(3)) {
+    if (!expected)
+      expected = state_after_undisturbed_recovery();
     system_.inject({.occurrence = 1 + up_to(30), .power_fails = true});
     try {
       open_database();
@@ -140,15 +161,16 @@ void ServerSession::recover() {
     system_.power_cut(random_policy());
   }
   open_database();
+  return expected && stored_state() != *expected ? "A recovery that was cut leads elsewhere" : "";
 }
 
-std::string ServerSession::wrong_after(bool power_was_cut) {
+std::string ServerSession::wrong_after(bool writes_were_lost) {
   if (std::string damage = findings(); !damage.empty())
     return damage;
   const State state = stored_state();
   if (in_doubt_)
     history_.push_back(*in_doubt_);  // E3
-  const std::size_t acceptable = power_was_cut ? history_.size() : (in_doubt_ ? 2 : 1);
+  const std::size_t acceptable = writes_were_lost ? history_.size() : (in_doubt_ ? 2 : 1);
   const auto first = history_.end() - static_cast<std::ptrdiff_t>(acceptable);
   if (std::find(first, history_.end(), state) == history_.end()) {
     return text::concat("The state of ", state.size(), " nodes is none of the last ", acceptable,
@@ -181,16 +203,17 @@ std::string ServerSession::live_and_crash() {
   drop_databases();
   system_.clear_faults();
   const bool cuts_power = end != End::process_death;
+  const simulation::Policy policy = random_policy();
   if (cuts_power)
-    system_.power_cut(random_policy());
+    system_.power_cut(policy);
   if (std::string damage = findings(); !damage.empty())
     return "Before the recovery: " + damage;
-  if (cuts_power) {
-    recover();
-  } else {
+  if (!cuts_power) {
     open_database();
+  } else if (std::string difference = recover(); !difference.empty()) {
+    return difference;
   }
-  return wrong_after(cuts_power);
+  return wrong_after(cuts_power && policy.kept != simulation::Kept::everything);
 }
 
 }  // namespace crash

@@ -1,12 +1,15 @@
 // A server's life with a meta database on a simulated computer that loses its process or its power again and
 // again, beside a record of what the database must hold then.
 //
-//   E1  After an orderly end or the death of the process the database holds the last committed state.
+//   E1  After an orderly end or the death of the process, in the midst of a call or between two, the database
+//   holds
+//       the last committed state.
 //   E2  After a power cut it holds one of the states committed since the last one that was reported synced,
 //       or that one.
 //   E3  A commit that ended with an error may count as made or not, whole.
-//   E4  Whatever happened, the files pass the inspection, and a recovery that is itself cut changes nothing
-//       of this.
+//   E4  Whatever happened, the files pass the inspection, and a recovery that is itself cut leads to the same
+//   state
+//       as one that is not.
 
 #pragma once
 
@@ -45,8 +48,10 @@ class ServerSession {
   void rename(std::uint32_t from, std::uint32_t to, const Node& node);
   void record_commit(bool synced);
 
-  void recover();
-  std::string wrong_after(bool power_was_cut);
+  State state_after_undisturbed_recovery() const;
+  // These two return what is wrong, empty when nothing is.
+  std::string recover();
+  std::string wrong_after(bool writes_were_lost);
 
   std::uint32_t up_to(std::uint32_t limit) { return static_cast<std::uint32_t>(random_() % (limit + 1)); }
   bool one_in(std::uint32_t chances) { return random_() % chances == 0; }

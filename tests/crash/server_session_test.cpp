@@ -36,7 +36,8 @@ constexpr Sessions all_sessions[] = {
     {"Kilobyte", {1024, 65'536, JournalPlacement::internal}, 6, 80},
     {"Usual", {8192, 524'288, JournalPlacement::external}, 2, 80},
     {"LeastJournal", {8192, 4 * mebibyte, JournalPlacement::external}, 1, 40},
-    {"LargestJournal", {8192, 128 * mebibyte, JournalPlacement::external}, 0, 4},
+    {"MiddleJournal", {8192, 32 * mebibyte, JournalPlacement::internal}, 1, 3},
+    {"LargestJournal", {8192, 128 * mebibyte, JournalPlacement::external}, 1, 1},
 };
 
 std::uint64_t environment_number(const char* name, std::uint64_t otherwise) {

@@ -21,9 +21,6 @@ namespace {
 
 using simulation::Kept;
 
-constexpr Kept kinds_of_cut[] = {Kept::everything, Kept::nothing, Kept::all_but_one, Kept::random_writes,
-                                 Kept::random_sectors};
-
 using Kinds = std::map<ChainKind, Entries>;
 
 class TsdbSweep : public TsdbTest, public testing::WithParamInterface<std::uint32_t> {
@@ -91,7 +88,7 @@ class TsdbSweep : public TsdbTest, public testing::WithParamInterface<std::uint3
     make_database(40, GetParam(), 1, block_size);
     committed_ = in_memory();
     in_doubt_ = committed_;
-    sim.inject({.path_end = "main.tsdb", .occurrence = operation, .power_fails = cuts_power});
+    sim.inject({.occurrence = operation, .lasting = operation % 2 == 0, .power_fails = cuts_power});
     try {
       live();
       return false;
@@ -123,10 +120,14 @@ class TsdbSweep : public TsdbTest, public testing::WithParamInterface<std::uint3
 
   void expect_committed() {
     sim.clear_faults();
+    expect_committed_on(sim);
+  }
+
+  void expect_committed_on(const simulation::SimulatedSystem& system) const {
     const inspect::Inspection inspection = inspect::inspect_pair("/db", std::nullopt);
     for (const inspect::Finding& finding : inspection.report.findings())
       EXPECT_EQ(finding.severity, inspect::Severity::note) << finding.text;
-    const reader::Tsdb tsdb = durable();
+    const reader::Tsdb tsdb = durable_on(system);
     for (const tsdb::ChainTraits& traits : tsdb::chain_traits) {
       SCOPED_TRACE(traits.name);
       expect_committed(tsdb, traits.kind);
@@ -141,13 +142,19 @@ TEST_P(TsdbSweep, ACutLosesNothingThatASyncHasCommitted) {
   std::uint64_t crash_states = 0;
   for (std::uint64_t operation = 1; live_to(operation, true) && !HasFailure(); ++operation) {
     tsdb::tsdb_close();
-    for (const Kept kept : kinds_of_cut) {
-      SCOPED_TRACE(testing::Message() << "operation " << operation << ", kept " << static_cast<int>(kept));
-      if (kept != Kept::everything)
-        live_to(operation, true);
-      tsdb::tsdb_close();
-      sim.power_cut({kept, operation});
-      expect_committed();
+    std::vector<simulation::Policy> policies;
+    for (const Kept kept : {Kept::everything, Kept::nothing, Kept::random_writes, Kept::random_sectors})
+      policies.push_back({kept, operation});
+    for (std::size_t missing = 0; missing < sim.unsynced_count(); ++missing)
+      policies.push_back({Kept::all_but_one, missing});
+    for (const simulation::Policy& policy : policies) {
+      SCOPED_TRACE(testing::Message() << "operation " << operation << ", kept "
+                                      << static_cast<int>(policy.kept) << ", seed " << policy.seed);
+      simulation::SimulatedSystem cut(sim);
+      const simulation::Installed use(cut);
+      cut.clear_faults();
+      cut.power_cut(policy);
+      expect_committed_on(cut);
       crash_states += 1;
     }
   }

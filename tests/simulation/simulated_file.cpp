@@ -47,8 +47,11 @@ class SimulatedMapping final : public platform::Mapping {
 
   Status sync() override {
     const Verdict verdict = handle_.admit(Operation::mapping_sync);
-    if (verdict.code == 0)
+    if (!handle_.is_dead() && !handle_.machine->power_is_off) {
       handle_.stored->take_over(*view_);
+      if (verdict.code != 0)
+        handle_.stored->fail_sync();
+    }
     return Status{verdict.code};
   }
 

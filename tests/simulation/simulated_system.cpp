@@ -57,6 +57,13 @@ void SimulatedSystem::remove_file(std::string_view path) {
   machine_->durable_names.erase(with_slashes(path));
 }
 
+std::size_t SimulatedSystem::unsynced_count() const {
+  std::size_t count = 0;
+  for (const auto& [name, file] : machine_->names)
+    count += file->unsynced_count();
+  return count;
+}
+
 bool SimulatedSystem::has_file(std::string_view path) const {
   return machine_->names.contains(with_slashes(path));
 }

@@ -82,9 +82,10 @@ class TsdbTest : public testing::Test {
   }
 
   // What has become durable of the file.
-  reader::Tsdb durable() const {
+  reader::Tsdb durable() const { return durable_on(sim); }
+  static reader::Tsdb durable_on(const simulation::SimulatedSystem& system) {
     reader::Bytes bytes;
-    for (const std::byte byte : sim.durable_contents(path))
+    for (const std::byte byte : system.durable_contents(path))
       bytes.push_back(std::to_integer<std::uint8_t>(byte));
     return reader::Tsdb(std::move(bytes));
   }

@@ -12,7 +12,9 @@
 //   S2  Bytes stored in a mapping are visible to reads at once, and become written bytes (S1) at
 //       Mapping::sync, at unmap, or at any earlier moment (see write_back_mapped_stores).
 //   S3  The name of a new file is durable after sync_directory_of a path in its directory.
-//   S4  A failed File::sync makes nothing durable, and no later one does it for the bytes written before.
+//   S4  A failed File::sync or Mapping::sync makes nothing durable, and no later one does it for the bytes
+//   written
+//       before.
 //   S5  The medium takes sectors of 512 bytes, each as it stood at one moment.
 // Error codes are errno values in every call. Paths take slash and backslash alike; names are as given.
 
@@ -116,6 +118,8 @@ class SimulatedSystem : public platform::System {
   // Removes a file's name, durably. Open handles keep working.
   void remove_file(std::string_view path);
   bool has_file(std::string_view path) const;
+  // How many changes the medium has not received: what Kept::all_but_one counts.
+  std::size_t unsynced_count() const;
   // What a read would see now. REQUIRES (the next five): has_file(path).
   std::vector<std::byte> contents(std::string_view path) const;
   // What a power cut that keeps nothing would leave.
