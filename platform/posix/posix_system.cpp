@@ -95,6 +95,8 @@ class PosixSystem final : public System {
     return open_file(path, O_RDWR | O_CREAT | O_EXCL, Sharing::none);
   }
 
+  Status remove(const std::string& path) override { return outcome(::unlink(native_path(path).c_str())); }
+
   Status sync_directory_of(const std::string& path) override {
     const std::string directory = directory_of(native_path(path));
     const int descriptor =

@@ -71,6 +71,8 @@ class WindowsSystem final : public System {
     return open_file(path, read_write, no_sharing, CREATE_NEW);
   }
 
+  Status remove(const std::string& path) override { return outcome(::DeleteFileA(path.c_str())); }
+
   // The file system keeps names durable in its own journal.
   Status sync_directory_of(const std::string&) override { return {}; }
 

@@ -17,7 +17,8 @@ TEST(SoundPair, HasNoFindingsAndItsFactsAndIsNotTouched) {
   expect_sound(inspection);
   EXPECT_THAT(lines_of(inspection, Severity::note), testing::IsEmpty());
   using simulation::Operation;
-  for (const Operation operation : {Operation::write, Operation::sync, Operation::map, Operation::create})
+  for (const Operation operation :
+       {Operation::write, Operation::sync, Operation::map, Operation::create, Operation::remove})
     EXPECT_EQ(pair.sim.count(operation), 0U);
 
   EXPECT_EQ(inspection.tsdb->series_count, 4U);

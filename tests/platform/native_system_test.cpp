@@ -73,6 +73,7 @@ TEST_F(NativeSystem, CreationTakesNewNamesOnlyAndSharesNothing) {
   EXPECT_EQ(fs::file_size(directory / "new"), 0u);
 
   EXPECT_FALSE(platform::system().create_new(path("new")).ok());
+  EXPECT_TRUE(platform::system().remove(path("new")).ok() && !fs::exists(directory / "new"));
   EXPECT_FALSE(platform::system().create_new(path("no-such-directory/new")).ok());
   EXPECT_FALSE(platform::system().open(path("absent"), Sharing::all).ok());
   EXPECT_FALSE(fs::exists(directory / "absent"));

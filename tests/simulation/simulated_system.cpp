@@ -185,6 +185,14 @@ Result<std::unique_ptr<platform::File>> SimulatedSystem::create_new(const std::s
   return make_file(machine_, name, stored, platform::Sharing::none);
 }
 
+Status SimulatedSystem::remove(const std::string& path) {
+  const std::string name = with_slashes(path);
+  const Verdict verdict = machine_->admit({Operation::remove, name});
+  if (verdict.code != 0)
+    return Status{verdict.code};
+  return machine_->names.erase(name) != 0 ? Status{} : Status{ENOENT};
+}
+
 Status SimulatedSystem::sync_directory_of(const std::string& path) {
   const std::string name = with_slashes(path);
   const Verdict verdict = machine_->admit({Operation::sync_directory, name});

@@ -113,6 +113,9 @@ class System {
   virtual Result<std::unique_ptr<File>> open_read_only(const std::string& path) = 0;
   // Creates a file for reading and writing; an existing file is a failure.
   virtual Result<std::unique_ptr<File>> create_new(const std::string& path) = 0;
+  // Removes a file's name, not durably. REQUIRES: this process has closed the file, which some systems would
+  // not remove otherwise.
+  virtual Status remove(const std::string& path) = 0;
   // Makes the name of the file at `path` durable; success where the system has no such step.
   virtual Status sync_directory_of(const std::string& path) = 0;
 

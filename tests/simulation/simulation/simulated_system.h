@@ -40,6 +40,7 @@ enum class Operation {
   any,
   open,
   create,
+  remove,
   read,
   write,
   sync,
@@ -169,6 +170,7 @@ class SimulatedSystem : public platform::System {
                                                          platform::Sharing sharing) override;
   platform::Result<std::unique_ptr<platform::File>> open_read_only(const std::string& path) override;
   platform::Result<std::unique_ptr<platform::File>> create_new(const std::string& path) override;
+  platform::Status remove(const std::string& path) override;
   platform::Status sync_directory_of(const std::string& path) override;
   platform::Result<bool> is_directory(const std::string& path) override;
   platform::Result<std::uint64_t> free_bytes(const std::string& directory) override;
