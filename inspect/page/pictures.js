@@ -61,13 +61,15 @@ function showTip(event) {
   tip.style.top = `${fits ? below : Math.max(4, event.clientY - tip.offsetHeight - 10)}px`;
 }
 
-// Later sets of a kind of chain are paler: "tail 2" has the colour of "tail".
+// Later sets of a kind of chain are paler, five of them told apart: "tail 2" has the colour of "tail".
+const strengths = [1, 0.8, 0.6, 0.45, 0.3];
+
 function colour(use) {
   const [kind, set] = use.split(" ");
-  const name = { empty: "free", large_object: "unknown" }[kind] ?? kind;
+  const name = kind === "empty" ? "free" : kind;
   const attributes = { fill: `var(--${name})` };
   if (set !== undefined)
-    attributes["fill-opacity"] = Math.max(0.3, 1 - 0.3 * Number(set)).toFixed(2);
+    attributes["fill-opacity"] = strengths[set] ?? strengths.at(-1);
   return attributes;
 }
 

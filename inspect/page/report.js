@@ -153,7 +153,7 @@ function halfPicture(summary, half, first, capacity) {
   bar.append(withTip(drawn("rect", { class: "track", x: 0, y: 0, width, height: 26, rx: 3 }),
     `not written since the half was entered\n${size(Math.max(0, capacity - summary.used_bytes))}`));
   for (const [fate, offset, end, transactions, updates] of half.segments) {
-    const name = fate === "replayed" || fate === "superseded" ? fate : "torn";
+    const name = { "does not fit": "unfit", begun: "torn" }[fate] ?? fate;
     const text = `${counted(transactions, "transaction")}, ${fate}\n${counted(updates, "update")}\n` +
       `offsets ${number(offset)} to ${number(end)}`;
     bar.append(withTip(drawn("rect", { class: "cell", x: at(offset).toFixed(2), y: 0, height: 26,
@@ -182,7 +182,7 @@ function showJournal() {
   });
   const meanings = element("ul", { class: "legend" });
   for (const [fate, text] of [["replayed", "carried out when opened"], ["superseded", "in main.odb already"],
-    ["torn", "not committed"]]) {
+    ["unfit", "does not fit into main.odb"], ["torn", "not committed"]]) {
     const swatch = element("i");
     swatch.style.background = `var(--${fate})`;
     meanings.append(element("li", {}, swatch, text));

@@ -27,7 +27,7 @@ constexpr std::uint32_t node_count = 4'000;
 void make_tsdb(const std::string& path) {
   if (!platform::system().create_new(path).ok())
     throw tsdb::error_internal("No new file at " + path);
-  support::create_tsdb(path, {1'024, 20'000, 3, {100, 100, 100, 100}});
+  support::create_tsdb(path, {1'024, 20'000, 5, {100, 100, 100, 100}});
   for (std::uint32_t i = 0; i < series_count; ++i)
     tsdb::allocate_described_ts({.datatype = 1 + i % 4, .levels = {{500 + 7 * i, 1}, {100, 2}, {20, 3}}});
   tsdb::tsdb_close();
