@@ -6,6 +6,7 @@
 #include "record_check.h"
 #include "views/json_parts.h"
 #include "views/node_tree.h"
+#include "views/replay.h"
 
 namespace inspect {
 namespace {
@@ -94,7 +95,22 @@ void write_property(JsonWriter& json, const PropertyFacts& property) {
   });
 }
 
-void write_node(JsonWriter& json, const TreeNode& place) {
+void write_children(JsonWriter& json, const std::vector<TreeNode>& tree, NodeKey parent) {
+  json.array([&] {
+    for (const TreeNode& place : tree) {
+      if (place.node->parent != parent)
+        continue;
+      json.object([&] {
+        json.member("id", place.node->id)
+            .text_or_null("type_name", node_type_text(place.node->type))
+            .text_or_null("name", node_name(*place.node));
+      });
+    }
+  });
+}
+
+// The children only of a node that is shown alone.
+void write_node(JsonWriter& json, const TreeNode& place, const std::vector<TreeNode>* tree) {
   const NodeFacts& node = *place.node;
   json.object([&] {
     json.member("id", node.id)
@@ -110,6 +126,8 @@ void write_node(JsonWriter& json, const TreeNode& place) {
     json.key("properties").array_of(node.properties, [&](const PropertyFacts& property) {
       write_property(json, property);
     });
+    if (tree != nullptr && node.id)
+      write_children(json.key("children"), *tree, *node.id);
   });
 }
 
@@ -162,15 +180,20 @@ void write_indexes(JsonWriter& json, const MdbFacts& facts) {
 }
 
 void write_nodes(JsonWriter& json, const MdbFacts& facts, const std::optional<NodeKey>& only) {
-  json.array_of(node_tree(facts.nodes), [&](const TreeNode& place) {
+  const std::vector<TreeNode> tree = node_tree(facts.nodes);
+  json.array_of(tree, [&](const TreeNode& place) {
     if (!only || place.node->id == only)
-      write_node(json, place);
+      write_node(json, place, only ? &tree : nullptr);
   });
 }
 
 void write_journal(JsonWriter& json, const JournalFacts& facts, const MdbFacts& mdb) {
+  const ReplaySize replay = replay_size(facts, mdb);
   json.object([&] {
-    json.member("newest_half", facts.newest_half);
+    json.member("internal", facts.is_internal)
+        .text_or_null("path", facts.path)
+        .member("length_bytes", facts.length_bytes)
+        .member("newest_half", facts.newest_half);
     json.key("halves").array_of(facts.halves, [&](const HalfFacts& half) {
       json.object([&] {
         json.member("readable", half.pointer_is_valid)
@@ -184,7 +207,9 @@ void write_journal(JsonWriter& json, const JournalFacts& facts, const MdbFacts& 
       });
     });
     json.member("replayed_transactions", facts.replayed_transactions)
-        .member("replayed_updates", facts.replayed_updates);
+        .member("replayed_updates", facts.replayed_updates)
+        .member("replayed_bytes", replay.bytes)
+        .member("replayed_blocks", replay.blocks);
   });
 }
 
@@ -209,7 +234,7 @@ void print_json(std::ostream& out, const std::string& directory, const Inspectio
     if (views.indexes)
       write_indexes(json.key("indexes"), *inspection.mdb);
     if (views.nodes || views.node)
-      write_nodes(json.key("nodes"), *inspection.mdb, views.nodes ? std::nullopt : views.node);
+      write_nodes(json.key("nodes"), *inspection.mdb, views.node);
     if (views.journal && inspection.journal)
       write_journal(json.key("journal"), *inspection.journal, *inspection.mdb);
   });

@@ -1,6 +1,5 @@
-#include <set>
-
 #include "views/names.h"
+#include "views/replay.h"
 #include "views/text.h"
 
 namespace inspect {
@@ -32,23 +31,10 @@ void print_half(std::ostream& out, const JournalFacts& facts, const MdbFacts& md
 }
 
 void print_replay(std::ostream& out, const JournalFacts& facts, const MdbFacts& mdb) {
-  std::set<std::uint64_t> blocks;
-  std::uint64_t bytes = 0;
-  for (const HalfFacts& half : facts.halves) {
-    for (const TransactionFacts& transaction : half.transactions) {
-      if (transaction.fate != TransactionFate::replayed)
-        continue;
-      for (const UpdateFacts& update : transaction.updates) {
-        bytes += update.length;
-        for (std::uint64_t block = update.target / mdb.block_size;
-             block * mdb.block_size < update.target + update.length; ++block)
-          blocks.insert(block);
-      }
-    }
-  }
+  const ReplaySize size = replay_size(facts, mdb);
   out << "  replay: " << counted(facts.replayed_transactions, "transaction") << ", "
-      << counted(facts.replayed_updates, "update") << ", " << counted(bytes, "byte") << " in "
-      << counted(blocks.size(), "block") << '\n';
+      << counted(facts.replayed_updates, "update") << ", " << counted(size.bytes, "byte") << " in "
+      << counted(size.blocks, "block") << '\n';
 }
 
 }  // namespace

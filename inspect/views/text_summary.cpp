@@ -1,4 +1,5 @@
 #include <array>
+#include <chrono>
 
 #include "views/names.h"
 #include "views/text.h"
@@ -9,6 +10,18 @@ namespace {
 // By class byte.
 constexpr std::array<std::string_view, block_class_count> class_names = {
     "empty", "used", "full", "", "roots", "nodes", "leaves", "large objects"};
+
+// "2026-11-23 06:00:00 UTC".
+std::string calendar_text(std::uint32_t seconds_since_1970) {
+  const std::chrono::sys_seconds moment{std::chrono::seconds(seconds_since_1970)};
+  const auto day = std::chrono::floor<std::chrono::days>(moment);
+  const std::chrono::year_month_day date(day);
+  const std::chrono::hh_mm_ss time(moment - day);
+  const auto two = [](auto number) { return text::two_digits(static_cast<std::uint32_t>(number)); };
+  return text::concat(static_cast<int>(date.year()), "-", two(static_cast<unsigned>(date.month())), "-",
+                      two(static_cast<unsigned>(date.day())), " ", two(time.hours().count()), ":",
+                      two(time.minutes().count()), ":", two(time.seconds().count()), " UTC");
+}
 
 // The mark says what a set is for: "*" committed last, "+" timestamp raised ahead, "!" damaged.
 std::string_view mark_of(const TsdbFacts& facts, std::size_t kind, std::uint32_t set) {
@@ -41,7 +54,7 @@ void summarise_chains(std::ostream& out, const TsdbFacts& facts) {
 void summarise_tsdb(std::ostream& out, const TsdbFacts& facts) {
   out << "main.tsdb\n"
       << label("size") << facts.file_bytes << " bytes, version " << facts.version << ", blocks of "
-      << facts.block_size << " bytes\n";
+      << facts.block_size << " bytes, created " << calendar_text(facts.creation_time) << '\n';
   if (facts.set_count == 0)
     return;
   summarise_chains(out, facts);

@@ -37,10 +37,12 @@ TEST(Program, SummarisesAPairOnOneScreen) {
   Pair pair;
   Outcome outcome = run({"/db"});
   EXPECT_EQ(outcome.status, 0);
-  EXPECT_THAT(outcome.out,
-              AllOf(HasSubstr("main.tsdb\n  size        "), HasSubstr("4 time series, 13 levels in"),
-                    HasSubstr("80 entries in "), HasSubstr("Domain 1, Host 79"), HasSubstr("serial "),
-                    HasSubstr(" (newest), 0 transactions"), HasSubstr(" 6 roots, "), EndsWith("Sound.\n")));
+  EXPECT_THAT(
+      outcome.out,
+      AllOf(HasSubstr("main.tsdb\n  size        "), HasSubstr(" bytes, created 2001-09-09 01:46:40 UTC\n"),
+            HasSubstr("4 time series, 13 levels in"), HasSubstr("80 entries in "),
+            HasSubstr("Domain 1, Host 79"), HasSubstr("serial "), HasSubstr(" (newest), 0 transactions"),
+            HasSubstr(" 6 roots, "), EndsWith("Sound.\n")));
   EXPECT_LE(std::count(outcome.out.begin(), outcome.out.end(), '\n'), 25);
 
   pair.change("main.tsdb", [](FileBytes& file) { set_word(file, 12, 7); });

@@ -106,7 +106,9 @@ TEST(JournalView, SaysWhatAReplayWouldDo) {
                          HasSubstr(": 4 bytes to block 61, offset 0\n"), HasSubstr(", torn\n"),
                          HasSubstr("  replay: 2 transactions, 3 updates, 12 bytes in 2 blocks\n")));
   EXPECT_THAT(run({"--journal", "--json", "/db"}).out,
-              AllOf(HasSubstr("\"end\": \"torn\""), HasSubstr("\"fate\": \"replayed\""),
+              AllOf(HasSubstr("\"path\": \"/db\\\\main.odbj\",\n    \"length_bytes\": "),
+                    HasSubstr("\"replayed_bytes\": 12,\n    \"replayed_blocks\": 2\n"),
+                    HasSubstr("\"end\": \"torn\""), HasSubstr("\"fate\": \"replayed\""),
                     HasSubstr("\"target_block\": 61, \"target_offset\": 0, \"length\": 4}")));
 }
 
