@@ -16,7 +16,7 @@ const std::string_view usage =
     "What to show; without any of these a summary:\n"
     "  --check              every invariant that does not hold, one line each\n"
     "  --nodes              every record with its properties, children under their parents\n"
-    "  --node A.B           the record of one node, and its children\n"
+    "  --node A.B           the record of one node, and its children; not together with --nodes\n"
     "  --chains             the pointer chains, levels and time series\n"
     "  --indexes            the index trees with their entries\n"
     "  --journal            the transactions of the journal, and what opening the database would do with "
@@ -24,7 +24,8 @@ const std::string_view usage =
     "\n"
     "How to show it:\n"
     "  --json               as one JSON object\n"
-    "  --report FILE        as a page of pictures in FILE, which must not exist yet; - is standard output\n"
+    "  --report FILE        as a page of pictures in FILE, which must not exist yet; - is standard output,\n"
+    "                       which then takes nothing else\n"
     "\n"
     "Other options:\n"
     "  --journal-file PATH  the journal, when it is neither main.odbj in DIRECTORY nor where main.odb says;\n"
@@ -95,8 +96,12 @@ constexpr std::array<Valued, 3> valued_options = {{
      }},
 }};
 
+constexpr std::string_view no_directory = "the directory of the databases is missing";
+
 // With a directory to come the word after --journal was a path: the journal itself is not to be shown.
 void set_directory(Arguments& arguments, std::string_view word, bool first_followed_journal) {
+  if (word.empty())
+    throw WrongUsage{std::string(no_directory)};
   if (arguments.directory && !first_followed_journal)
     throw WrongUsage{text::concat("one directory is expected, not also ", word)};
   if (arguments.directory) {
@@ -119,14 +124,27 @@ std::size_t take_option(Arguments& arguments, std::span<const char* const> words
   const auto found = std::ranges::find(valued_options, name, &Valued::word);
   if (found == valued_options.end())
     throw WrongUsage{text::concat("unknown option ", word)};
-  if (equals < word.size()) {
-    found->set(arguments, name, std::string(word.substr(equals + 1)));
-    return 1;
-  }
-  if (at + 1 == words.size())
+  const bool is_next_word = equals == word.size();
+  std::string value;
+  if (!is_next_word)
+    value = word.substr(equals + 1);
+  else if (at + 1 < words.size())
+    value = words[at + 1];
+  if (value.empty())
     throw WrongUsage{text::concat(name, " needs ", found->what)};
-  found->set(arguments, name, words[at + 1]);
-  return 2;
+  found->set(arguments, name, value);
+  return is_next_word ? 2 : 1;
+}
+
+// What each option allows and they do not together.
+void check_together(const Arguments& arguments) {
+  if (!arguments.directory)
+    throw WrongUsage{std::string(no_directory)};
+  if (arguments.views.nodes && arguments.views.node)
+    throw WrongUsage{"--nodes shows every node, --node one: give one of the two"};
+  // A page and a view one behind the other would be neither.
+  if (arguments.report_path == "-" && (arguments.json || !arguments.views.is_summary()))
+    throw WrongUsage{"with --report - nothing else can go to standard output"};
 }
 
 }  // namespace
@@ -148,8 +166,8 @@ Arguments parse_arguments(std::span<const char* const> words) {
       at += 1;
     }
   }
-  if (!arguments.directory && !arguments.help && !arguments.version)
-    throw WrongUsage{"the directory of the databases is missing"};
+  if (!arguments.help && !arguments.version)
+    check_together(arguments);
   return arguments;
 }
 

@@ -36,35 +36,78 @@ Wanted details_for(const Arguments& arguments) {
           .nodes = views.nodes || views.node || report};
 }
 
-// The code of the call that failed.
-platform::Status write_new_file(const std::string& path, std::string_view content) {
-  auto file = platform::system().create_new(path);
-  if (!file.ok())
-    return file.status();
-  std::span<const std::byte> rest = std::as_bytes(std::span(content));
-  while (!rest.empty()) {
-    const auto written = file.value()->write_at(content.size() - rest.size(), rest);
-    if (!written.ok())
-      return written.status();
-    rest = rest.subspan(written.value());
-  }
-  return file.value()->close();
-}
+// Thrown when a call for the report failed, with the code of that call.
+struct ReportNotWritten {
+  platform::Status status;
+};
 
-// Whether the page could be written.
-bool write_report(const Arguments& arguments, const Inspection& inspection, std::ostream& out,
-                  std::ostream& err) {
-  const std::string& path = *arguments.report_path;
-  if (path == "-") {
+// The file of the page. It is made before the databases are looked at, so that nobody waits to hear of a name
+// that is taken, and is gone again unless the whole page is in it.
+class ReportFile {
+ public:
+  // Throws ReportNotWritten.
+  explicit ReportFile(const std::string& path) : path_(path) {
+    const platform::InterruptsHeld held(platform::system());
+    auto made = platform::system().create_new(path);
+    check(made.status());
+    file_ = std::move(made.value());
+    platform::system().end_on_interrupt(
+        text::concat("quenor-dbinfo: interrupted: ", path, " is there, but not whole\n"));
+  }
+  ~ReportFile() {
+    if (!is_whole_) {
+      file_.reset();  // some systems remove no file that is open
+      (void)platform::system().remove(path_);
+    }
+    platform::system().end_on_interrupt("");
+  }
+  ReportFile(const ReportFile&) = delete;
+  ReportFile& operator=(const ReportFile&) = delete;
+
+  // Throws ReportNotWritten. To be called once.
+  void write(std::string_view page) {
+    std::span<const std::byte> rest = std::as_bytes(std::span(page));
+    while (!rest.empty()) {
+      const auto written = file_->write_at(page.size() - rest.size(), rest);
+      check(written.status());
+      rest = rest.subspan(written.value());
+    }
+    check(file_->close());
+    is_whole_ = true;
+  }
+
+ private:
+  static void check(platform::Status status) {
+    if (!status.ok())
+      throw ReportNotWritten{status};
+  }
+
+  std::string path_;
+  std::unique_ptr<platform::File> file_;
+  bool is_whole_ = false;
+};
+
+// Writes the page to the file, or to `out` without one. Throws ReportNotWritten.
+void write_report(const Arguments& arguments, const Inspection& inspection, std::optional<ReportFile>& file,
+                  std::ostream& out) {
+  if (!file) {
     print_page(out, *arguments.directory, inspection);
-    return true;
+    return;
   }
   std::ostringstream page;
   print_page(page, *arguments.directory, inspection);
-  const platform::Status status = write_new_file(path, page.view());
-  if (!status.ok())
-    err << "quenor-dbinfo: " << path << " cannot be written: " << system_error_string(status.code) << '\n';
-  return status.ok();
+  file->write(page.view());
+}
+
+// Throws ReportNotWritten.
+Inspection inspect_and_report(const Arguments& arguments, std::ostream& out) {
+  std::optional<ReportFile> file;
+  if (arguments.report_path && *arguments.report_path != "-")
+    file.emplace(*arguments.report_path);
+  Inspection inspection = inspect_pair(*arguments.directory, arguments.journal_path, details_for(arguments));
+  if (arguments.report_path)
+    write_report(arguments, inspection, file, out);
+  return inspection;
 }
 
 bool lacks_node(const Arguments& arguments, const Inspection& inspection) {
@@ -80,35 +123,47 @@ int inspect_and_print(const Arguments& arguments, std::ostream& out, std::ostrea
     err << "quenor-dbinfo: " << *problem << '\n';
     return status_unusable;
   }
-  const Inspection inspection = inspect_pair(directory, arguments.journal_path, details_for(arguments));
-  if (arguments.report_path && !write_report(arguments, inspection, out, err))
-    return status_not_written;
+  const Inspection inspection = inspect_and_report(arguments, out);
   // A report alone says everything.
   if (!arguments.report_path || arguments.json || !arguments.views.is_summary())
     (arguments.json ? print_json : print_text)(out, directory, inspection, arguments.views);
-  if (!out.flush()) {
-    err << "quenor-dbinfo: the output cannot be written\n";
+  if (lacks_node(arguments, inspection)) {
+    err << "quenor-dbinfo: There is no node " << text_of(*arguments.views.node) << ".\n";
+    if (inspection.verdict() == Verdict::sound)
+      return status_no_such_node;
+  }
+  return static_cast<int>(inspection.verdict());
+}
+
+// Returns the status that everything had if `out` took it all.
+int run_with(const Arguments& arguments, std::ostream& out, std::ostream& err) {
+  if (arguments.help) {
+    out << usage;
+    return status_ok;
+  }
+  if (arguments.version) {
+    out << "quenor-dbinfo " << QUENOR_VERSION << '\n';
+    return status_ok;
+  }
+  try {
+    return inspect_and_print(arguments, out, err);
+  } catch (const ReportNotWritten& failure) {
+    err << "quenor-dbinfo: " << *arguments.report_path
+        << " cannot be written: " << system_error_string(failure.status.code) << '\n';
     return status_not_written;
   }
-  if (inspection.verdict() == Verdict::sound && lacks_node(arguments, inspection))
-    return status_no_such_node;
-  return static_cast<int>(inspection.verdict());
 }
 
 }  // namespace
 
 int run(std::span<const char* const> words, std::ostream& out, std::ostream& err) {
   try {
-    const Arguments arguments = parse_arguments(words);
-    if (arguments.help) {
-      out << usage;
-      return status_ok;
-    }
-    if (arguments.version) {
-      out << "quenor-dbinfo " << QUENOR_VERSION << '\n';
-      return status_ok;
-    }
-    return inspect_and_print(arguments, out, err);
+    const int status = run_with(parse_arguments(words), out, err);
+    // Only now is it known whether a full disk took what was printed.
+    if (out.flush())
+      return status;
+    err << "quenor-dbinfo: the output cannot be written\n";
+    return status_not_written;
   } catch (const WrongUsage& wrong) {
     err << "quenor-dbinfo: " << wrong.text << "\nTry quenor-dbinfo --help.\n";
     return status_unusable;

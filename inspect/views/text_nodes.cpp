@@ -68,10 +68,8 @@ void print_nodes(std::ostream& out, const MdbFacts& facts) {
 
 void print_node(std::ostream& out, const MdbFacts& facts, NodeKey id) {
   const auto node = std::ranges::find(facts.nodes, id, &NodeFacts::id);
-  if (node == facts.nodes.end()) {
-    out << "There is no node " << text_of(id) << ".\n";
+  if (node == facts.nodes.end())
     return;
-  }
   print_record(out, "  ", *node);
   for (const TreeNode& place : node_tree(facts.nodes)) {
     if (place.node->parent == id)

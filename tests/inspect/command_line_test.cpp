@@ -1,6 +1,7 @@
 // The program as its user meets it.
 
 #include <algorithm>
+#include <array>
 
 #include "pair_fixture.h"
 #include "program.h"
@@ -93,9 +94,20 @@ TEST(Program, HelpsAndRefuses) {
   EXPECT_THAT(run({"--help"}).out, StartsWith("Usage: quenor-dbinfo "));
   EXPECT_EQ(run({"--help"}).status, 0);
   EXPECT_THAT(run({"--version"}).out, StartsWith("quenor-dbinfo "));
+  for (const char* const word : {"--help", "--version", "/db"}) {
+    std::ostream full(nullptr);
+    std::ostringstream err;
+    EXPECT_EQ(inspect::run(std::array{word}, full, err), 4) << word;
+    EXPECT_EQ(err.str(), "quenor-dbinfo: the output cannot be written\n");
+  }
   const std::vector<std::pair<std::vector<const char*>, std::string>> wrong = {
       {{}, "the directory of the databases is missing"},
       {{"--check"}, "the directory of the databases is missing"},
+      {{""}, "the directory of the databases is missing"},
+      {{"/db", "--report", ""}, "--report needs the name of a file"},
+      {{"/db", "--node="}, "--node needs the ID of a node\n"},
+      {{"/db", "--nodes", "--node", "0.1"}, "--nodes shows every node, --node one: "},
+      {{"/db", "--report", "-", "--json"}, "with --report - nothing else can go to standard output"},
       {{"--repair", "/db"}, "unknown option --repair"},
       {{"/db", "/other"}, "one directory is expected, not also /other"},
       {{"--journal", "/j", "/db", "/other"}, "one directory is expected, not also /other"},

@@ -40,9 +40,13 @@ TEST(NodesView, ShowsRecordsUnderTheirParents) {
   EXPECT_THAT(one.out,
               AllOf(HasSubstr("      property 59       1.2\n      child 0.80 Host \"node 80\"\nSound.\n"),
                     Not(HasSubstr("node 79"))));
-  const Outcome none = run({"--node", "7.7", "/db"});
-  EXPECT_EQ(none.status, 3);
-  EXPECT_THAT(none.out, HasSubstr("There is no node 7.7.\n"));
+  const auto json = nlohmann::json::parse(run({"--node=0.2", "--json", "/db"}).out);
+  EXPECT_EQ(json["nodes"][0]["children"].dump(), R"([{"id":"0.80","name":"node 80","type_name":"Host"}])");
+  for (const char* const form : {"--", "--json"}) {
+    const Outcome none = run({"--node", "7.7", form, "/db"});
+    EXPECT_EQ(none.status, 3);
+    EXPECT_EQ(none.err, "quenor-dbinfo: There is no node 7.7.\n");
+  }
 }
 
 // Every node once, whatever the parents say.
@@ -236,12 +240,18 @@ TEST(Report, IsWrittenToANewFileOnly) {
   EXPECT_THAT(outcome.out, IsEmpty());
   const FileBytes page = pair.file("page.html");
   EXPECT_EQ(page.size(), run({"--report", "-", "/db"}).out.size());
+  pair.sim.clear_events();
   const Outcome again = run({"--report", "/db/page.html", "/db"});
   EXPECT_EQ(again.status, 4);
+  EXPECT_EQ(pair.sim.count(simulation::Operation::open), 0U) << "it says so before it looks at the databases";
   EXPECT_THAT(again.err, HasSubstr("quenor-dbinfo: /db/page.html cannot be written: "));
   EXPECT_EQ(pair.file("page.html"), page);
-  pair.sim.inject({.operation = simulation::Operation::write, .path_end = "full.html", .lasting = true});
+  // Part of it can be written, then no more.
+  pair.sim.inject({.operation = simulation::Operation::write, .path_end = "full.html", .transfer_limit = 9});
+  pair.sim.inject(
+      {.operation = simulation::Operation::write, .path_end = "full.html", .occurrence = 2, .lasting = true});
   EXPECT_EQ(run({"--report", "/db/full.html", "/db"}).status, 4);
+  EXPECT_FALSE(pair.sim.has_file("/db/full.html"));
 }
 
 std::string cells_as_json(inspect::BlockCells& cells) {
