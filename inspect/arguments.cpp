@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <utility>
+#include <vector>
 
 namespace inspect {
 
@@ -29,7 +31,7 @@ const std::string_view usage =
     "\n"
     "Other options:\n"
     "  --journal-file PATH  the journal, when it is neither main.odbj in DIRECTORY nor where main.odb says;\n"
-    "                       a PATH between --journal and the DIRECTORY means the same\n"
+    "                       a PATH behind --journal, beside the DIRECTORY, means the same\n"
     "  --help, -h           this text\n"
     "  --version            the version of this program\n"
     "\n"
@@ -81,7 +83,11 @@ struct Valued {
   void (*set)(Arguments&, std::string_view word, const std::string& value);
 };
 
-constexpr std::array<Valued, 3> valued_options = {{
+void set_journal_path(Arguments& arguments, std::string_view word, const std::string& value) {
+  set_once(arguments.journal_path, word, value);
+}
+
+constexpr std::array<Valued, 4> valued_options = {{
     {"--node", "the ID of a node",
      [](Arguments& arguments, std::string_view word, const std::string& value) {
        set_once(arguments.views.node, word, parse_node(value));
@@ -90,25 +96,32 @@ constexpr std::array<Valued, 3> valued_options = {{
      [](Arguments& arguments, std::string_view word, const std::string& value) {
        set_once(arguments.report_path, word, value);
      }},
-    {"--journal-file", "the path of a journal",
-     [](Arguments& arguments, std::string_view word, const std::string& value) {
-       set_once(arguments.journal_path, word, value);
-     }},
+    {"--journal-file", "the path of a journal", set_journal_path},
+    // With an equals sign only: else it is a switch.
+    {"--journal", "the path of a journal", set_journal_path},
 }};
 
 constexpr std::string_view no_directory = "the directory of the databases is missing";
 
-// With a directory to come the word after --journal was a path: the journal itself is not to be shown.
-void set_directory(Arguments& arguments, std::string_view word, bool first_followed_journal) {
-  if (word.empty())
-    throw WrongUsage{std::string(no_directory)};
-  if (arguments.directory && !first_followed_journal)
-    throw WrongUsage{text::concat("one directory is expected, not also ", word)};
-  if (arguments.directory) {
-    set_once(arguments.journal_path, "--journal PATH", *arguments.directory);
+// A word that is no option, and whether it stands right behind --journal.
+struct Operand {
+  std::string word;
+  bool follows_journal;
+};
+
+// One is the directory. Of several the one behind --journal is the path of the journal, which then is not to
+// be shown.
+void set_operands(Arguments& arguments, std::vector<Operand> operands) {
+  const auto path = std::ranges::find(operands, true, &Operand::follows_journal);
+  if (operands.size() > 1 && path != operands.end()) {
+    set_once(arguments.journal_path, "--journal PATH", path->word);
     arguments.views.journal = false;
+    operands.erase(path);
   }
-  arguments.directory = word;
+  if (operands.size() > 1)
+    throw WrongUsage{text::concat("one directory is expected, not also ", operands[1].word)};
+  if (!operands.empty() && !operands[0].word.empty())
+    arguments.directory = operands[0].word;
 }
 
 // Takes the option at words[at], and the word after it when that is its value. Returns how many words it
@@ -151,8 +164,8 @@ void check_together(const Arguments& arguments) {
 
 Arguments parse_arguments(std::span<const char* const> words) {
   Arguments arguments;
+  std::vector<Operand> operands;
   bool has_options = true;
-  bool directory_follows_journal = false;
   for (std::size_t at = 0; at < words.size();) {
     const std::string_view word = words[at];
     if (has_options && word == "--") {
@@ -161,11 +174,11 @@ Arguments parse_arguments(std::span<const char* const> words) {
     } else if (has_options && word.starts_with('-') && word.size() > 1) {
       at += take_option(arguments, words, at);
     } else {
-      set_directory(arguments, word, directory_follows_journal);
-      directory_follows_journal = at > 0 && std::string_view(words[at - 1]) == "--journal";
+      operands.push_back({std::string(word), at > 0 && std::string_view(words[at - 1]) == "--journal"});
       at += 1;
     }
   }
+  set_operands(arguments, std::move(operands));
   if (!arguments.help && !arguments.version)
     check_together(arguments);
   return arguments;

@@ -83,7 +83,11 @@ TEST(Program, FindsTheJournal) {
   pair.sim.add_file("/copy/main.odbj", journal);
   EXPECT_THAT(run({"/copy"}).out, HasSubstr("journal /copy\\main.odbj\n"));
   pair.sim.add_file("/elsewhere", journal);
-  EXPECT_THAT(run({"--journal", "/elsewhere", "/copy"}).out, HasSubstr("journal /elsewhere\n"));
+  for (const std::vector<const char*>& words :
+       std::initializer_list<std::vector<const char*>>{{"--journal", "/elsewhere", "/copy"},
+                                                       {"/copy", "--journal", "/elsewhere"},
+                                                       {"--journal=/elsewhere", "/copy"}})
+    EXPECT_THAT(run(words).out, HasSubstr("journal /elsewhere\n"));
   const Outcome outcome = run({"/copy", "--journal-file", "/nowhere"});
   EXPECT_EQ(outcome.status, 2);
   EXPECT_THAT(outcome.out, HasSubstr("/nowhere is missing or cannot be read: "));
