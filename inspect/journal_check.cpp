@@ -293,6 +293,9 @@ class JournalCheck {
       case HalfEnd::torn:
         judge_torn(walk.position, serial, half);
         return;
+      case HalfEnd::redirected:  // a second one, where the replay ends
+        judge_redirection(walk.position, 1 - half);
+        return;
       default:
         return;
     }

@@ -103,6 +103,11 @@ class SeriesCheck {
       levels_.push_back({bytes::load_u32(entry, at::first_block), bytes::load_u32(entry, at::block_count),
                          bytes::load_u32(entry, at::next_lblock), bytes::load_u32(entry, at::parameter)});
     });
+    for (std::uint64_t level = 0; level < levels_.size(); ++level) {
+      const LBlockEntry& entry = levels_[level];
+      if (!is_in_use(level) && (entry.block_count | entry.next_lblock | entry.parameter) != 0)
+        report_.note(lblocks_.place(level), "level ", level, " is not in use, but its entry is not empty");
+    }
     use_.resize(levels_.size());
   }
 
@@ -161,8 +166,11 @@ class SeriesCheck {
   void check_check_entries() {
     checks_.for_each([this](std::uint64_t id, ByteView entry) {
       const std::uint32_t datatype = bytes::load_u32(entry, tsdb::format::check_entry::datatype);
-      if (datatype == 0)
+      if (datatype == 0) {
+        if (bytes::load_u32(entry, tsdb::format::check_entry::first_lblock) != 0)
+          report_.note(checks_.place(id), "time series ", id, " is not in use, but its entry is not empty");
         return;
+      }
       facts_.series_count += 1;
       if (datatype > known_datatypes) {
         report_.damage(checks_.place(id), "time series ", id, ", datatype: found ", datatype,

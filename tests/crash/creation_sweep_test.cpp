@@ -151,12 +151,20 @@ class CreationSweep : public testing::TestWithParam<Mode> {
                      .power_fails = cuts_power,
                      .transfer_limit =
                          !cuts_power && operation % 3 == 2 ? std::optional<std::size_t>(100) : std::nullopt});
+    if (!cuts_power)
+      return fail_or_end_whole(computer);
     const Outcome outcome = run(computer);
     if (outcome.status == 0)
       return expect_as_undisturbed(computer);
     expect_stated(outcome);
-    if (cuts_power)
-      return cut_the_power(computer, operation);
+    cut_the_power(computer, operation);
+  }
+
+  void fail_or_end_whole(SimulatedSystem& computer) {
+    const Outcome outcome = run(computer);
+    if (outcome.status == 0)
+      return expect_as_undisturbed(computer);
+    expect_stated(outcome);
     expect_not_taken_for_whole(computer);
   }
 
@@ -174,6 +182,12 @@ TEST_P(CreationSweep, EndsWholeOrWithAMessageWhicheverOperationFails) {
   for (std::size_t i = 0; i < operations.size() && !HasFailure(); i += step) {
     disturb(operations[i], false);
     disturb(operations[i], true);
+  }
+  for (std::uint64_t room = 0; room < (26U << 20) && !HasFailure(); room += (1U << 21) - 1'000) {
+    SCOPED_TRACE(testing::Message() << room << " bytes on the disk");
+    SimulatedSystem computer = new_computer();
+    computer.set_free_bytes(room);
+    fail_or_end_whole(computer);
   }
   std::cout << crash_states_ << " crash states\n";
 }

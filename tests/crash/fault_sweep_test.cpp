@@ -19,12 +19,14 @@
 #include "common/errors.h"
 #include "metadb/objects/allocator.h"
 #include "metadb/objects/database.h"
+#include "metadb/objects/index_search.h"
 #include "metadb/objects/indexes.h"
 #include "metadb/objects/objects.h"
 #include "metadb/storage/backing_store.h"
 #include "metadb/storage/buffer_cache.h"
 #include "metadb/storage/journal.h"
 #include "metadb/storage/mapped_journal.h"
+#include "metadb/storage/mdb_header.h"
 #include "node_database.h"
 #include "nodemodel/node_lookup.h"
 #include "observe.h"
@@ -128,6 +130,36 @@ constexpr OperationCase operations[] = {
        for (mdb::NodeCursor children = mdb::node_children({0, 1}); !children.at_end(); children.next())
          (void)mdb::object_load(children.reference());
      }},
+    {"Checkpoint", [](State&) { mdb::journal_checkpoint(); }},
+    {"AllocatorGivenUp",
+     [](State&) {
+       const mdb::Transaction transaction;
+       mdb::ObjectHandle space = mdb::alloc_space(0, 90);
+       mdb::object_split(space, 90);
+       mdb::mark_block(mdb::alloc_empty_block(0, true), mdb::BlockClass::leaf);
+     }},
+    {"ObjectsGivenUp",
+     [](State&) {
+       const mdb::Transaction transaction;
+       mdb::ObjectHandle object = mdb::object_load(mdb::node_find({0, 9}).value());
+       mdb::object_resize(object, 150);
+       mdb::ObjectHandle other = mdb::object_load(mdb::node_find({0, 2}).value());
+       mdb::object_free(other);
+     }},
+    {"IndexesGivenUp",
+     [](State&) {
+       const mdb::ObjectReference place{9, 0};
+       const mdb::Transaction transaction;
+       for (std::uint32_t key = 100; key < 107; ++key) {
+         mdb::unique_put(mdb::node_id_index, {0, key}, place, false);
+         mdb::nonunique_insert(mdb::parent_id_index, {0, key % 2}, place);
+       }
+       mdb::unique_put(mdb::node_id_index, {0, 100}, place, true);
+       mdb::unique_delete(mdb::node_id_index, {0, 101});
+       mdb::nonunique_update(mdb::parent_id_index, {0, 1}, place, {9, 4});
+       mdb::nonunique_delete(mdb::parent_id_index, {0, 1}, {9, 4});
+     }},
+    {"IndexDump", [](State&) { (void)mdb::index_dump(mdb::index_root(mdb::node_id_index)); }},
     {"CacheMiss", [](State&) { (void)mdb::cache_get_block(8); }},
     {"Reopen",
      [](State&) {

@@ -1,12 +1,14 @@
 // The bytes are what a user types: a line with the words of the command line, and the answers. /db is an
-// empty directory.
+// empty directory. A line that begins with the word "dbinfo" is for that program.
 
 #include <algorithm>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "inputs.h"
+#include "inspect/command_line.h"
 #include "tool_run.h"
 
 namespace {
@@ -26,6 +28,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::vector<std::string> words;
   for (std::string word; line >> word;)
     words.push_back(word);
+  if (!words.empty() && words[0] == "dbinfo") {
+    std::vector<const char*> rest;
+    std::ranges::transform(words.begin() + 1, words.end(), std::back_inserter(rest),
+                           [](const std::string& word) { return word.c_str(); });
+    std::ostringstream out;
+    (void)inspect::run(rest, out, out);
+    return 0;
+  }
   (void)support::run_tool(words, typed.substr(std::min(line_end + 1, typed.size())));
   return 0;
 }

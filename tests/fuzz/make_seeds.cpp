@@ -21,6 +21,8 @@ void add(const fs::path& directory, const fuzz::Bytes& input) {
 
 constexpr const char* typed_inputs[] = {
     "-h\n",
+    "dbinfo --check --nodes --json /db --journal /db/main.odbj\n",
+    "dbinfo --node=0.1 --report page.html --journal-file=/j -- /db\n",
     "-d /db\nn\n",
     "-x /db\n",
     "-d /db -f -c\n",
