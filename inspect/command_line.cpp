@@ -47,6 +47,7 @@ class ReportFile {
  public:
   // Throws ReportNotWritten.
   explicit ReportFile(const std::string& path) : path_(path) {
+    platform::system().ignore_write_signals();  // so that a file that meets a limit is removed
     const platform::InterruptsHeld held(platform::system());
     auto made = platform::system().create_new(path);
     check(made.status());

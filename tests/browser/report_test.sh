@@ -48,10 +48,13 @@ check_page() {
     sort >"$work/expected"
   shown_facts <"$work/dom" | sort >"$work/shown"
   diff "$work/expected" "$work/shown"
-  # What the pointer is told over the cells adds up to the blocks of the files.
-  jq --raw-output '"The blocks of main.tsdb by their use \(.summary.tsdb.block_count)",
-    "The blocks of main.odb by their class \(.summary.mdb.block_count)"' "$work/summary.json" >"$work/expected"
-  grep -o '<output>[^<]*' "$work/dom" | sed 's/<output>//' | diff "$work/expected" -
+  # What the pointer is told over the cells adds up to the blocks of the files and to what the halves hold; the nodes
+  # stand under their parents.
+  "$dbinfo" --indexes --journal --json "$directory" >"$work/details.json"
+  jq --raw-output --slurp --from-file "$here/expected_sums.jq" "$work/summary.json" "$work/details.json" >"$work/expected"
+  "$dbinfo" --nodes "$directory" | sed -nE 's/^  ( *)([0-9]+\.[0-9]+)( [^",]*)?( ?"(.*)")?, block .*/\1\2 \5/p' |
+    sed -E ':a; s/^(\.*)  /\1./; ta; s/^/node /' | sed -n 1,300p >>"$work/expected"
+  grep -o '<output>[^<]*' "$work/dom" | sed 's/<output>//; s/&lt;/</g; s/&gt;/>/g' | diff "$work/expected" -
   echo "$directory: $(wc -l <"$work/shown") facts as the databases have them, $(wc -c <"$page") bytes"
 }
 
