@@ -27,6 +27,7 @@ struct ObjectHandle {
 
   ObjectReference reference() const { return {block, offset}; }
   // Valid as long as the handle keeps its copy.
+  // NOLINTNEXTLINE(google-explicit-constructor): who may change an object may look at it, as with spans
   operator ObjectView() const { return {block, offset, data.bytes()}; }
 };
 
