@@ -8,8 +8,6 @@
 
 namespace inspect_test {
 
-inline constexpr std::uint64_t some_data = 60 * block_size;  // an empty block
-
 inline std::uint64_t pointer_of(unsigned half) {
   return 16 + 16 * std::uint64_t{half};
 }
@@ -21,56 +19,50 @@ inline std::uint64_t half_start(const FileBytes& journal, unsigned half) {
   return mdb::format::JournalGeometry{journal.size()}.first_entry(half);
 }
 
+// Begins at the first entry of a half, with the serial that its pointer has.
 class JournalWriter {
  public:
-  // Begins at the first entry of the newest half.
-  explicit JournalWriter(FileBytes& journal)
-      : JournalWriter(journal, newest_half(journal),
-                      bytes::load_u64(journal, pointer_of(newest_half(journal)))) {}
-  JournalWriter(FileBytes& journal, unsigned half, std::uint64_t used_serial)
-      : serial(used_serial), journal_(journal), position_(half_start(journal, half)), begin_(position_) {}
-
-  std::uint64_t position() const { return position_; }
+  explicit JournalWriter(FileBytes& journal) : JournalWriter(journal, newest_half(journal)) {}
+  JournalWriter(FileBytes& journal, unsigned half)
+      : serial(bytes::load_u64(journal, pointer_of(half))),
+        position(half_start(journal, half)),
+        journal_(journal) {}
 
   JournalWriter& begin() {
-    begin_ = position_;
-    return put(bytes::magic("TBEG")).put(0).put64(serial);
+    begin_ = position;
+    return put("TBEG").put(0).put(serial, 8);
   }
   JournalWriter& update(std::uint64_t target = some_data, std::uint32_t value = 0,
                         std::uint32_t reserved = 0) {
-    return put(bytes::magic("TUPD")).put(4).put64(target).put(reserved).put(value);
+    return put("TUPD").put(4).put(target, 8).put(reserved).put(value);
   }
   JournalWriter& end() {
-    const auto covered = std::span(journal_).subspan(begin_, position_ - begin_);
-    return put(bytes::magic("TEND")).put(security::crc32(covered));
+    const std::uint32_t crc = security::crc32(std::span(journal_).subspan(begin_, position - begin_));
+    return put("TEND").put(crc);
   }
-  JournalWriter& redirect(std::uint64_t target) {
-    return put(bytes::magic("TRED")).put(static_cast<std::uint32_t>(target));
-  }
+  JournalWriter& redirect(std::uint64_t target) { return put("TRED").put(target); }
   JournalWriter& transaction(std::uint64_t target = some_data, std::uint32_t value = 0) {
     return begin().update(target, value).end();
   }
   // Breaks the value of the only update of the transaction that was ended last.
   JournalWriter& tear() {
-    journal_[position_ - 12] ^= std::byte{1};
+    journal_[position - 12] ^= std::byte{1};
     return *this;
   }
 
   std::uint64_t serial;
+  std::uint64_t position;
 
  private:
-  JournalWriter& put(std::uint32_t value) {
-    set_word(journal_, position_, value);
-    position_ += 4;
+  JournalWriter& put(std::uint64_t value, unsigned size = 4) {
+    write_all(journal_, {{position, value, size}});
+    position += size;
     return *this;
   }
-  JournalWriter& put64(std::uint64_t value) {
-    return put(static_cast<std::uint32_t>(value >> 32)).put(static_cast<std::uint32_t>(value));
-  }
+  JournalWriter& put(const char (&magic)[5]) { return put(bytes::magic(magic)); }
 
   FileBytes& journal_;
-  std::uint64_t position_;
-  std::uint64_t begin_;
+  std::uint64_t begin_ = 0;
 };
 
 }  // namespace inspect_test
