@@ -1,17 +1,18 @@
+// The file below the database, and the creation of one where it is out of the ordinary.
+
 #include "timeseries/backing_store.h"
 
 #include "tsdb_fixture.h"
 
 namespace tsdb_test {
 
-class BackingStoreTest : public TsdbTest {
- protected:
-  static constexpr std::uint32_t block_size = 512;
+using BackingStoreTest = TsdbTest;
 
-  static std::vector<std::byte> blocks(std::size_t count) {
-    return std::vector<std::byte>(count * block_size);
-  }
-};
+constexpr std::uint32_t block_size = 512;
+
+std::vector<std::byte> blocks(std::size_t count) {
+  return std::vector<std::byte>(count * block_size);
+}
 
 TEST_F(BackingStoreTest, DirectoryPartFollowsTheSeparatorOfThePath) {
   const std::pair<const char*, const char*> cases[] = {
@@ -22,22 +23,14 @@ TEST_F(BackingStoreTest, DirectoryPartFollowsTheSeparatorOfThePath) {
     EXPECT_EQ(tsdb::store_directory(path_given), directory) << path_given;
 }
 
-TEST_F(BackingStoreTest, OpenRefusesBareNamesAndMissingFilesAndLocksTheOthers) {
-  expect_error<tsdb::error_io>("Cannot give empty name to TSDB backing store",
-                               [] { tsdb::btb_open("main.tsdb"); });
-  EXPECT_THROW(tsdb::btb_open("/db/none"), tsdb::error_open);
-  expect_error<tsdb::error_internal>("No TSDB backing store is open", [] { tsdb::btb_WriteFile(0, {}, 0); });
-  open_store(block_size);
-  EXPECT_FALSE(sim.open(path, platform::Sharing::none).ok());
-  tsdb::btb_close();
-  EXPECT_TRUE(sim.open(path, platform::Sharing::none).ok());
-}
-
-TEST_F(BackingStoreTest, MeasuresTheNumberOfTheLastBlock) {
+TEST_F(BackingStoreTest, LocksTheFileAndMeasuresTheNumberOfItsLastBlock) {
   for (const std::uint32_t count : {0u, 1u, 2u, 1023u, 1024u, 1025u, 2049u, 2050u, 5000u}) {
     open_store(block_size, count);
     EXPECT_EQ(tsdb::btb_block_count(), count < 2 ? 0 : count - 1) << count;
   }
+  EXPECT_FALSE(sim.open(path, platform::Sharing::none).ok());
+  tsdb::btb_close();
+  EXPECT_TRUE(sim.open(path, platform::Sharing::none).ok());
 }
 
 TEST_F(BackingStoreTest, FreeSpaceIsCountedInHalfBlocks) {
@@ -49,14 +42,13 @@ TEST_F(BackingStoreTest, FreeSpaceIsCountedInHalfBlocks) {
     EXPECT_EQ(tsdb::cgs_space(), half_blocks);
   }
   sim.set_free_bytes(std::uint64_t{1} << 44);
-  expect_error<tsdb::error_toobig>("TSDB backing store is more than 2^32 blocks", [] { tsdb::cgs_space(); });
+  expect_refusals({{"toobig: TSDB backing store is more than 2^32 blocks", tsdb::cgs_space}});
   sim.inject({.operation = Operation::query_free_bytes, .code = 7});
   sim.set_error_text(7, "");
-  expect_error<tsdb::error_io>("Unable to get free space information from \"/db/\": 7",
-                               [] { tsdb::cgs_space(); });
+  expect_refusals({{"io: Unable to get free space information from \"/db/\": 7", tsdb::cgs_space}});
   tsdb::btb_declare_volume();
   EXPECT_EQ(tsdb::cgs_space(), 0u);
-  expect_error<tsdb::error_internal>("Cannot grow a volume", [] { tsdb::btb_grow(0); });
+  expect_refusals({{"internal: Cannot grow a volume", [] { tsdb::btb_grow(0); }}});
 }
 
 TEST_F(BackingStoreTest, ShortWritesAreContinuedAndFailuresNameTheBytesDone) {
@@ -66,29 +58,72 @@ TEST_F(BackingStoreTest, ShortWritesAreContinuedAndFailuresNameTheBytesDone) {
   EXPECT_EQ(sim.contents(path), blocks(3));
   sim.inject({.operation = Operation::write, .transfer_limit = 100});
   sim.inject({.operation = Operation::write, .occurrence = 2, .code = 5});
-  expect_error<tsdb::error_read>("Cannot seq. write 1024 bytes at block 7 offset 100: \"simulated error 5\"",
-                                 [] { tsdb::btb_WriteFile(7, blocks(2), 2); });
-  sim.inject({.operation = Operation::write, .transfer_limit = 0});
+  sim.inject({.operation = Operation::write, .occurrence = 3, .transfer_limit = 0});
   sim.set_error_text(sim.disk_full().code, "disk full");
-  expect_error<tsdb::error_read>("Cannot seq. write 512 bytes at block 0 offset 0: \"disk full\"",
-                                 [] { tsdb::btb_WriteFile(0, blocks(1), 1); });
+  expect_refusals({{"read: Cannot seq. write 1024 bytes at block 7 offset 100: \"simulated error 5\"",
+                    [] { tsdb::btb_WriteFile(7, blocks(2), 2); }},
+                   {"read: Cannot seq. write 512 bytes at block 0 offset 0: \"disk full\"",
+                    [] { tsdb::btb_WriteFile(0, blocks(1), 1); }}});
 }
 
-TEST_F(BackingStoreTest, WritesBeyondTheFormatsAreRefused) {
+TEST_F(BackingStoreTest, WhatLiesBeyondTheFormatsIsRefused) {
+  EXPECT_THROW(tsdb::btb_open("/db/none"), tsdb::error_open);
+  expect_refusals({{"io: Cannot give empty name to TSDB backing store", [] { tsdb::btb_open("main.tsdb"); }},
+                   {"internal: No TSDB backing store is open", [] { tsdb::btb_WriteFile(0, {}, 0); }}});
   open_store(block_size, 6);
   tsdb::btb_WriteFile(3, {}, 0);
-  expect_error<tsdb::error_toobig>("Cannot write 8388608 blocks at block 0 at once: more than 2^32 bytes",
-                                   [] { tsdb::btb_WriteFile(0, {}, 1u << 23); });
-  expect_error<tsdb::error_internal>("Buffer of 512 bytes given for 2 blocks at block 4",
-                                     [] { tsdb::btb_WriteFile(4, blocks(1), 2); });
-  expect_error<tsdb::error_dbspacewrap>(
-      "Growing the database with 4294967291 blocks will make it exceed internal limits for TSDB size",
-      [] { tsdb::btb_grow(0xFFFF'FFFB); });
+  expect_refusals({{"toobig: Cannot write 8388608 blocks at block 0 at once: more than 2^32 bytes",
+                    [] { tsdb::btb_WriteFile(0, {}, 1u << 23); }},
+                   {"internal: Buffer of 512 bytes given for 2 blocks at block 4",
+                    [] { tsdb::btb_WriteFile(4, blocks(1), 2); }},
+                   {"dbspacewrap: Growing the database with 4294967291 blocks will make it exceed internal "
+                    "limits for TSDB "
+                    "size",
+                    [] { tsdb::btb_grow(0xFFFF'FFFB); }}});
   EXPECT_EQ(sim.count(Operation::write), 0u);
   tsdb::btb_set_block_size(0x8000'0000);
-  expect_error<tsdb::error_seek>("Unable to lseek to block #4294967295 ofs 4294967295",
-                                 [] { tsdb::btb_seek(0xFFFF'FFFF, 0xFFFF'FFFF); });
+  expect_refusals({{"seek: Unable to lseek to block #4294967295 ofs 4294967295",
+                    [] { tsdb::btb_seek(0xFFFF'FFFF, 0xFFFF'FFFF); }}});
   EXPECT_THROW(tsdb::btb_set_block_size(0), tsdb::error_internal);
+}
+
+class CreationTest : public TsdbTest {
+ protected:
+  void create(std::uint32_t size, std::uint32_t chains, std::uint32_t checks,
+              tsdb::Placement placement = tsdb::Placement::directory) {
+    const auto create_file = [this](const std::string& name, std::uint64_t) { sim.add_file(name, {}); };
+    tsdb::create_tsdb({path, placement, size, chains, checks, create_file});
+  }
+};
+
+TEST_F(CreationTest, TheFileTakesTheRoundedCapacityWhileTheMapDoesNot) {
+  sim.set_calendar_seconds(0x1'2345'6789);
+  create(65536, 1, 3);
+  EXPECT_EQ(bytes::load_u32(sim.contents(path), 16), 0x2345'6789u);
+  EXPECT_EQ(sim.contents(path).size(), 64u * 65536);
+  EXPECT_EQ(tsdb::total_blocks(), 48u);
+  EXPECT_EQ(tsdb::used_blocks(), 1u);
+}
+
+TEST_F(CreationTest, AStoreWithoutFreeSpaceIsFormattedInsteadOfGrown) {
+  sim.add_file(path, std::vector<std::byte>(2049 * 512, std::byte{7}));
+  sim.set_free_bytes(0);
+  create(512, 2, 1, tsdb::Placement::block_special);
+  const std::vector<std::byte> file = sim.contents(path);
+  EXPECT_THAT(std::span(file).subspan(2047 * 512, 512), Each(std::byte{0}));
+  EXPECT_THAT(std::span(file).subspan(2048 * 512), testing::AllOf(Each(std::byte{7}), testing::SizeIs(512)));
+}
+
+TEST_F(CreationTest, WhatHasNoRoomIsRefused) {
+  expect_refusals({{"toobig: TSDB backing store is more than 2^32 blocks", [this] { create(1, 1, 4096); }}});
+  EXPECT_EQ(sim.count(Operation::write), 0u);
+  expect_refusals(
+      {{"dbnospace: No space available for pointer chain allocation", [this] { create(1 << 20, 1, 4); }},
+       {"internal: Header loaded, then re-created", [this] { create(65536, 1, 1); }}});
+  tsdb::forget_header();
+  expect_refusals({{"internal: A header with 4 chain sets does not fit into 256 bytes",
+                    [] { tsdb::create_header(256, 32, 4); }}});
+  EXPECT_THROW(tsdb::create_header(8192, 32, 0xFFFF'FFFF), tsdb::error_internal);
 }
 
 }  // namespace tsdb_test

@@ -15,6 +15,13 @@ class SeriesTest : public TsdbTest {
   // What the current chains should hold, by kind. The first block of a level is 1 here, wherever it is.
   using Model = std::array<Entries, 4>;
 
+  static std::uint32_t first_free(const Entries& entries) {
+    std::uint32_t number = 0;
+    while (entries.contains(number))
+      ++number;
+    return number;
+  }
+
   static std::uint32_t add_level(Model& model, std::uint32_t block_count, std::uint32_t parameter,
                                  std::uint32_t next) {
     const auto number = static_cast<std::uint32_t>(model[2].size());
@@ -34,7 +41,7 @@ class SeriesTest : public TsdbTest {
       next = add_level(model, (length_bytes + 255) / 256, level.parameter, next);
       series.levels.insert(series.levels.begin(), level);
     }
-    model[3][static_cast<std::uint32_t>(model[3].size())] = {series.datatype, next};
+    model[3][first_free(model[3])] = {series.datatype, next};
     return series;
   }
 
@@ -67,9 +74,10 @@ TEST_F(SeriesTest, WhatWasSyncedIsInTheFile) {
     Random random(seed);
     make_database(48, 1 + seed % 3, 20);
     Model model;
-    for (std::uint32_t step = 0; step < 200; ++step) {
+    for (std::uint32_t step = 0; step < 300; ++step) {
       const std::uint32_t what = below(random, 20);
       tsdb::Chain& chain = current_chain(tsdb::chain_traits[below(random, what < 12 ? 2 : 4)].kind);
+      const std::uint32_t next_id = first_free(model[3]);
       if (what < 12) {
         const std::uint32_t entry = below(random, chain.capacity());
         const std::uint32_t pointer = 1 + below(random, 1000);
@@ -77,16 +85,19 @@ TEST_F(SeriesTest, WhatWasSyncedIsInTheFile) {
         model[tsdb::kind_index(chain.kind())][entry] = {pointer};
       } else if (what < 14) {
         tsdb::grow_chain(chain, 1 + below(random, 2));
+      } else if (what < 15) {
+        const std::uint32_t freed = below(random, std::max(1u, next_id));
+        tsdb::set_check_pointer(current_chain(ChainKind::check), freed, {0, 0});
+        model[3].erase(freed);
+      } else if (what < 17) {
+        EXPECT_EQ(tsdb::allocate_described_ts(add_random_series(random, model)), next_id);
+        expect_in_file(model);
+      } else if (what < 18) {
+        model[3][next_id] = {step + 1, 5};
+        EXPECT_EQ(tsdb::allocate_check_id(step + 1, 5), next_id);
+        expect_in_file(model);
       } else {
-        const auto next_id = static_cast<std::uint32_t>(model[3].size());
-        if (what < 16) {
-          EXPECT_EQ(tsdb::allocate_described_ts(add_random_series(random, model)), next_id);
-        } else if (what < 18) {
-          model[3][next_id] = {step + 1, 5};
-          EXPECT_EQ(tsdb::allocate_check_id(step + 1, 5), next_id);
-        } else {
-          tsdb::sync_chains();
-        }
+        tsdb::sync_chains();
         expect_in_file(model);
       }
     }
@@ -100,7 +111,7 @@ TEST_F(SeriesTest, TheSearchInFullChainsAndTheirGrowthAreTraced) {
   tsdb::log_mask = logging::default_mask | logging::detail;
   EXPECT_EQ(tsdb::allocate_check_id(8, 9), 30);
   EXPECT_THAT(
-      support::LogCapture::take(),
+      LogCapture::take(),
       testing::IsSupersetOf(
           {"1 2 Searching lblock offset 0", "1 2 No pointers in this checkblocks were 0",
            "1 2 Stepping up to next 30 lblocks...",
@@ -111,7 +122,7 @@ TEST_F(SeriesTest, TheSearchInFullChainsAndTheirGrowthAreTraced) {
            "2 4 Allocating extra blocks needed to copy chain 0 into chain 1",
            "2 2 Chain 1 in chain-block 3 was grown with 1 blocks to 2 chain elements (60 pointers)"}));
   EXPECT_EQ(tsdb::allocate_level(2, 0, 0), 1u);
-  EXPECT_THAT(support::LogCapture::take(),
+  EXPECT_THAT(LogCapture::take(),
               testing::IsSupersetOf({"1 2 Allocated 2 blocks starting at 13 for new level",
                                      "1 2 LBlock 1 allocated from dblock 13 for 2 blocks"}));
 }
@@ -128,14 +139,14 @@ TEST_F(SeriesTest, BlocksThatTheMapHasAheadOfTheFileAreNotHandedOut) {
 TEST_F(SeriesTest, WhatCannotBeAllocatedIsRefused) {
   make_database(5, 1, 1);
   sim.set_free_bytes(0);
-  expect_error<tsdb::error_internal>("allocate_described_ts() invoked with no levels", [] {
-    tsdb::allocate_described_ts({4, {}});
-  });
-  for (const std::uint32_t datatype : {0u, 5u, 0xFFFF'FFFFu}) {
-    expect_error<tsdb::error_dbtype>("Datatype out of range", [&] { tsdb::entry_size_of(datatype); });
-  }
-  expect_error<tsdb::error_dbnospace>("Unable to allocate 100 blocks in db file",
-                                      [] { tsdb::allocate_level(100, 0, 0); });
+  expect_refusals(
+      {{"internal: allocate_described_ts() invoked with no levels",
+        [] {
+          tsdb::allocate_described_ts({4, {}});
+        }},
+       {"dbtype: Datatype out of range", [] { tsdb::entry_size_of(0); }},
+       {"dbtype: Datatype out of range", [] { tsdb::entry_size_of(5); }},
+       {"dbnospace: Unable to allocate 100 blocks in db file", [] { tsdb::allocate_level(100, 0, 0); }}});
   EXPECT_THROW(tsdb::allocate_check_id(0, 5), tsdb::error_internal);
   EXPECT_FALSE(current_chain(ChainKind::lblock).dirty() || current_chain(ChainKind::check).dirty());
   EXPECT_EQ(tsdb::btb_block_count(), 5u);

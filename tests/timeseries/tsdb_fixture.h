@@ -6,13 +6,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <random>
 #include <string>
-#include <typeinfo>
+#include <utility>
 #include <vector>
 
 #include "common/bytes.h"
-#include "common/errors.h"
 #include "observe.h"
 #include "reader.h"
 #include "simulation/simulated_system.h"
@@ -28,21 +28,17 @@ namespace tsdb_test {
 
 using reader::Entries;
 using simulation::Operation;
+using support::LogCapture;
 using testing::Each;
 using testing::ElementsAre;
 using tsdb::ChainKind;
 using tsdb::current_chain;
 
-// Expects an error of exactly this class with exactly this text.
-template <typename Error, typename Call>
-void expect_error(const std::string& text, Call call) {
-  try {
-    call();
-    ADD_FAILURE() << "no error, expected: " << text;
-  } catch (const error::Exception& caught) {
-    EXPECT_EQ(typeid(caught).name(), typeid(Error).name());
-    EXPECT_EQ(caught.full_text(), text);
-  }
+// Expects of each call an error of exactly this class with exactly this text, as thrown_by() gives them.
+using Refusal = std::pair<const char*, std::function<void()>>;
+inline void expect_refusals(std::initializer_list<Refusal> refusals) {
+  for (const auto& [error, call] : refusals)
+    EXPECT_EQ(support::thrown_by(call), error);
 }
 
 // The same numbers from the same seed on every platform.
@@ -78,11 +74,10 @@ class TsdbTest : public testing::Test {
     sim.add_file(path, {});
     support::create_tsdb(
         path, {block_size, block_count, chain_sets, {check_count, check_count, check_count, check_count}});
-    support::LogCapture::take();
+    LogCapture::take();
   }
 
   // What has become durable of the file.
-  reader::Tsdb durable() const { return durable_on(sim); }
   static reader::Tsdb durable_on(const simulation::SimulatedSystem& system) {
     reader::Bytes bytes;
     for (const std::byte byte : system.durable_contents(path))
@@ -93,7 +88,7 @@ class TsdbTest : public testing::Test {
   // What is committed of a chain: the durable one of the highest timestamp among those of the kind whose line
   // of the chain table has a valid CRC.
   reader::Chain committed(ChainKind kind) const {
-    const reader::Tsdb tsdb = durable();
+    const reader::Tsdb tsdb = durable_on(sim);
     reader::Chain newest;
     for (std::uint32_t set = 0; set < tsdb.set_count; ++set) {
       auto chain = tsdb.chain(static_cast<reader::Kind>(tsdb::kind_index(kind)), set);
@@ -107,7 +102,7 @@ class TsdbTest : public testing::Test {
   simulation::Installed installed{sim};
 
  private:
-  support::LogCapture log;
+  LogCapture log;
 };
 
 }  // namespace tsdb_test
