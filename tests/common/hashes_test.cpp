@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -48,22 +49,19 @@ TEST(Crc32, IsTheDefinitionByTablesAndByMultiplication) {
   }
 }
 
-TEST(Crc32, WritesTheCheckValueBigEndian) {
+TEST(Crc32, WritesTheCheckValueBigEndianAndGoesOnAfterItIsRead) {
   security::Crc32 crc;
-  crc.update(9, "123456789");
+  for (const char c : std::string_view("1234"))
+    crc.update(static_cast<std::byte>(c));
+  EXPECT_EQ(crc.value(), 0x9BE3E0A3u);
+  crc.update(5, "56789");
   EXPECT_EQ(crc.value(), 0xCBF43926u);
   std::vector<std::byte> digest(crc.digest_size());
   crc.final(digest.data());
-  EXPECT_EQ(digest,
-            (std::vector<std::byte>{std::byte{0xCB}, std::byte{0xF4}, std::byte{0x39}, std::byte{0x26}}));
-
+  EXPECT_EQ(digest, (std::vector{std::byte{0xCB}, std::byte{0xF4}, std::byte{0x39}, std::byte{0x26}}));
   crc.reset();
-  for (const char c : std::string_view("1234"))
-    crc.update(static_cast<std::byte>(c));
-  EXPECT_EQ(crc.value(), 0x9BE3E0A3u) << "reading the value must not end the computation";
-  crc.update(5, "56789");
-  EXPECT_EQ(crc.value(), 0xCBF43926u);
-  EXPECT_EQ(security::crc32(std::as_bytes(std::span("123456789", 9))), 0xCBF43926u);
+  crc.update(9, "123456789");
+  EXPECT_EQ(crc.value(), security::crc32(std::as_bytes(std::span("123456789", 9))));
 }
 
 // Some of RFC 1321, appendix A.5, and the lengths at which the padding needs another block.
@@ -84,19 +82,17 @@ TEST(Md5, HasThePublishedDigestsAndPadsEveryLength) {
 
 TEST(Md5, DoesNotDependOnHowTheBytesAreFed) {
   const std::string text(1000, 'x');
-  std::vector<std::byte> whole(16);
+  std::set<std::vector<std::byte>> digests;
   security::Md5 md5;
-  md5.update(text.size(), text.data());
-  md5.final(whole.data());
-
-  for (const std::size_t piece : {1u, 3u, 63u, 64u, 65u, 200u}) {
-    std::vector<std::byte> pieced(md5.digest_size());
+  for (const std::size_t piece : {1000u, 1u, 3u, 63u, 64u, 65u, 200u}) {
     md5.reset();
     for (std::size_t at = 0; at < text.size(); at += piece)
-      md5.update(std::min<std::size_t>(piece, text.size() - at), text.data() + at);
-    md5.final(pieced.data());
-    EXPECT_EQ(pieced, whole) << "pieces of " << piece;
+      md5.update(std::min(piece, text.size() - at), text.data() + at);
+    std::vector<std::byte> digest(md5.digest_size());
+    md5.final(digest.data());
+    digests.insert(digest);
   }
+  EXPECT_EQ(digests.size(), 1u);
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 #include "metadb/objects/indexes.h"
 #include "metadb/objects/objects.h"
 #include "metadb/storage/journal.h"
-#include "metadb/storage/journal_format.h"
 #include "nodemodel/node_lookup.h"
 #include "nodemodel/node_store.h"
 #include "nodemodel/record_reader.h"
@@ -20,8 +19,6 @@ namespace {
 
 using mdb_test::journal_path;
 using mdb_test::mdb_path;
-
-constexpr std::uint64_t disk_room = 256 << 10;
 
 // What is thrown by the databases is an answer like any other; everything else is a fault of theirs.
 template <typename Step>
@@ -86,38 +83,23 @@ void read_index(std::uint32_t index, Contents& contents) {
 
 }  // namespace
 
-Computer::Computer() {
-  system_.add_directory(mdb_test::directory);
-  system_.set_free_bytes(disk_room);
-}
-
-Computer::Computer(const Files& files) : Computer() {
-  system_.add_file(support::tsdb_path, files.tsdb);
-  system_.add_file(mdb_path, files.mdb);
-  if (!files.journal.empty())
-    system_.add_file(journal_path, files.journal);
-}
-
-void Computer::create(const mdb_test::MdbShape& shape) {
-  system_.add_file(support::tsdb_path, {});
-  support::create_tsdb(support::tsdb_path, {});
-  for (std::uint32_t datatype = 1; datatype <= 3; ++datatype)
-    tsdb::allocate_described_ts({.datatype = datatype, .levels = {{20, 1}, {10, 2}}});
-  mdb_test::create_mdb(system_, shape);
-}
-
-Computer::~Computer() {
-  support::drop_databases();
-}
-
-Files Computer::files() const {
-  return {system_.contents(support::tsdb_path), system_.contents(mdb_path),
-          system_.has_file(journal_path) ? system_.contents(journal_path) : Bytes{}};
+Computer::Computer(const Files& files) {
+  system.add_directory(mdb_test::directory);
+  system.set_free_bytes(256 << 10);
+  for (const auto& [path, bytes] : std::initializer_list<std::pair<const char*, const Bytes&>>{
+           {support::tsdb_path, files.tsdb}, {mdb_path, files.mdb}, {journal_path, files.journal}}) {
+    if (!bytes.empty())
+      system.add_file(path, bytes);
+  }
 }
 
 Files make_files(const mdb_test::MdbShape& shape) {
   Computer computer;
-  computer.create(shape);
+  computer.system.add_file(support::tsdb_path, {});
+  support::create_tsdb(support::tsdb_path, {});
+  for (std::uint32_t datatype = 1; datatype <= 3; ++datatype)
+    tsdb::allocate_described_ts({.datatype = datatype, .levels = {{20, 1}, {10, 2}}});
+  mdb_test::create_mdb(computer.system, shape);
   open_database();
   for (std::uint32_t number = 1; number <= node_count; ++number) {
     store_node(number, "node " + std::to_string(number));
@@ -127,17 +109,14 @@ Files make_files(const mdb_test::MdbShape& shape) {
     }
   }
   support::drop_databases();
-  return computer.files();
+  return {computer.system.contents(support::tsdb_path), computer.system.contents(mdb_path),
+          shape.is_internal() ? Bytes{} : computer.system.contents(journal_path)};
 }
 
 Bytes make_empty_journal() {
-  namespace header = mdb::format::journal_header;
-  Bytes journal(4'096);
-  bytes::store_u32(journal, header::magic, header::magic_word);
-  bytes::store_u32(journal, header::version, header::current_version);
-  for (const unsigned half : {0U, 1U})
-    mdb::format::store_index_pointer(journal, half, {});
-  return journal;
+  Computer computer;
+  mdb_test::create_mdb(computer.system, shapes[0]);
+  return computer.system.contents(journal_path);
 }
 
 void open_database() {

@@ -32,26 +32,18 @@ struct Files {
   Bytes journal;  // empty when it lies in the MDB
 };
 
-// A computer with these files in /db, or none, that the libraries use while it lives; what they have open at
-// its end is dropped, as by the death of the process.
+// A computer with these files in /db that the libraries use while it lives; an empty one is not there. What
+// the libraries have open at its end is dropped, as by the death of the process.
 class Computer {
  public:
-  Computer();
-  explicit Computer(const Files& files);
-  ~Computer();
-  Computer(const Computer&) = delete;
-  Computer& operator=(const Computer&) = delete;
+  explicit Computer(const Files& files = {});
+  ~Computer() { support::drop_databases(); }
 
-  // Makes databases without records. REQUIRES: there are no files.
-  void create(const mdb_test::MdbShape& shape);
-
-  Files files() const;
-  void set_disk_room(std::uint64_t bytes) { system_.set_free_bytes(bytes); }
+  simulation::SimulatedSystem system;
 
  private:
   support::LogCapture log_;
-  simulation::SimulatedSystem system_;
-  simulation::Installed installed_{system_};
+  simulation::Installed installed_{system};
 };
 
 // A pair as a process that died leaves it: of these nodes most of the last ones are in the journal alone.

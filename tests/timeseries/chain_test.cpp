@@ -31,6 +31,20 @@ class ChainTest : public TsdbTest {
   }
 };
 
+TEST_F(ChainTest, EachKindGetsBlocksForItsEntries) {
+  make_database(64, 1, 0);
+  tsdb::create_head_chain(0, 61);
+  tsdb::create_tail_chain(0, 61);
+  tsdb::create_lblock_chain(0, 15);
+  tsdb::create_check_chain(0, 31);
+  tsdb::write_header();
+  tsdb::sync_writes();
+  EXPECT_THAT(committed(ChainKind::head).blocks, ElementsAre(1, 2));
+  EXPECT_THAT(committed(ChainKind::tail).blocks, ElementsAre(3, 4));
+  EXPECT_THAT(committed(ChainKind::lblock).blocks, ElementsAre(5));
+  EXPECT_THAT(committed(ChainKind::check).blocks, ElementsAre(6, 7));
+}
+
 TEST_F(ChainTest, TheDatabaseGrowsByTenPerCentOrByWhatIsWantedOrByWhatThereIs) {
   make_database(1280, 1, 1);
   tsdb::grow_tsdb(7);
