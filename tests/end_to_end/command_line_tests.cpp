@@ -93,15 +93,15 @@ TEST_F(CommandLine, AsksOnceBeforeItCreatesTheDefaults) {
 
 // The files that come before the one that stands in the way are left.
 TEST_F(CommandLine, NeverTouchesAnExistingFile) {
-  for (const std::string name : {"main.odb", "main.odbj", "main.tsdb"}) {
-    write_file(name, "no");
+  const std::string names[] = {"main.odb", "main.odbj", "main.tsdb"};
+  for (std::size_t i = 0; i < 3; ++i) {
+    write_file(names[i], "no");
     const auto outcome = tool::run(texts({"-d", "$", "-f"}));
-    EXPECT_EQ(outcome.status, 1) << name;
-    EXPECT_THAT(outcome.err, EndsWith(text("Unable to create file \"$\\" + name + "\"\n")));
-    EXPECT_EQ(file(name), reader::Bytes({'n', 'o'}));
-    EXPECT_TRUE(exists("main.odb"));
-    EXPECT_EQ(exists("main.odbj"), name != "main.odb");
-    EXPECT_EQ(exists("main.tsdb"), name == "main.tsdb");
+    EXPECT_EQ(outcome.status, 1) << names[i];
+    EXPECT_THAT(outcome.err, EndsWith(text("Unable to create file \"$\\" + names[i] + "\"\n")));
+    EXPECT_EQ(file(names[i]), reader::Bytes({'n', 'o'}));
+    for (std::size_t other = 0; other < 3; ++other)
+      EXPECT_EQ(exists(names[other]), other <= i);
     remove_files();
   }
 }
@@ -109,13 +109,31 @@ TEST_F(CommandLine, NeverTouchesAnExistingFile) {
 TEST_F(CommandLine, IsNotEndedByASignalWhenAFileOrItsOutputTakesNoMore) {
   if (tool::is_windows_program())
     GTEST_SKIP() << "Windows has no such signals";
-  using tool::Trouble;
   const auto arguments = texts({"-d", "$", "-f"});
-  const auto too_large = tool::run(arguments, "", Trouble::files_of_a_megabyte_at_most);
+  const auto too_large = tool::run(arguments, "", "ulimit -f 2000; tool");
   EXPECT_EQ(too_large.status, 1);
   EXPECT_THAT(too_large.err, EndsWith(text("Unable to write to \"$\\main.odb\"\n")));
   remove_files();
-  EXPECT_EQ(tool::run(arguments, "", Trouble::output_that_nobody_reads).status, 0);
+  const std::string nobody_reads = "mkfifo \"$d/p\"; exec 3<>\"$d/p\" 4>\"$d/p\" 3<&-; tool >&4";
+  EXPECT_EQ(tool::run(arguments, "", nobody_reads).status, 0);
+}
+
+TEST_F(CommandLine, EndsAtOnceWhenItIsInterruptedAndNamesWhatItLeaves) {
+  for (const auto& [signal, status] : {std::pair<std::string, int>("INT", 130), {"TERM", 143}}) {
+    if (tool::is_windows_program() && signal != "INT")
+      continue;
+    const auto outcome =
+        tool::run({"-i", "-f"}, text(large),
+                  "tool & until grep -q '" + growth +
+                      "' \"$d/err\" || ! kill -0 $!; do sleep 0.01; done; kill -" + signal + " $!; wait $!");
+    EXPECT_EQ(outcome.status, status);
+    EXPECT_THAT(outcome.err,
+                EndsWith(text(growth + "\nInterrupted, left behind: \"$\\main.odb\" \"$\\main.tsdb\"\n")));
+    EXPECT_THAT(outcome.out, EndsWith("(y/n): y\n")) << "nothing that was said is lost";
+    EXPECT_LT(file("main.tsdb").size(), 128U << 20);
+    EXPECT_FALSE(exists("main.odbj"));
+    remove_files();
+  }
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 namespace {
 
+using ::testing::ContainsRegex;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
@@ -124,20 +125,33 @@ TEST_F(Dialogue, MentionsAJournalFileThatExistsAndLeavesItAlone) {
   EXPECT_EQ(file("main.odbj").size(), 8U);
 }
 
-TEST_F(Dialogue, IsHeldOnATerminal) {
+TEST_F(Dialogue, IsHeldOnATerminalAndEndsAtTheKeyWhateverTheToolWaitsFor) {
   if (tool::is_windows_program())
     GTEST_SKIP() << "Wine has no console on this terminal";
-  const auto nothing = tool::run_on_terminal(texts({"-d", "$"}), {{confirmation, "\x04"}});
+  const std::string control_c = "\x03", control_d = "\x04";
+  const auto nothing = tool::run_on_terminal(texts({"-d", "$"}), {{confirmation, control_d}});
   EXPECT_EQ(nothing.status, 0);
   EXPECT_THAT(nothing.out, EndsWith("ok - exising.\n\n"));
+  const auto asked = tool::run_on_terminal(texts({"-d", "$"}), {{"(y/n): ", control_c}});
+  EXPECT_EQ(asked.status, 130);
+  EXPECT_THAT(asked.out, EndsWith("\nInterrupted before a file was made\n"));
   EXPECT_TRUE(has_no_database());
 
   tool::Answers answers = usual_answers;
   for (auto& [question, typed] : answers)
     typed = text(typed + "\n");
-  const auto all = tool::run_on_terminal({"-i", "-c"}, answers);
-  EXPECT_EQ(all.status, 0) << all.out;
+  EXPECT_EQ(tool::run_on_terminal({"-i", "-c"}, answers).status, 0);
   EXPECT_TRUE(exists("main.tsdb"));
+  remove_files();
+
+  // A growth that takes its time shows how far it is.
+  const auto growing = tool::run_on_terminal(
+      {"-i", "-f"}, {{mdb_path_question, text(large) + "\n"}, {growth, tool::pause}, {" left", control_c}});
+  EXPECT_EQ(growing.status, 130);
+  EXPECT_THAT(growing.out,
+              ContainsRegex("Initializing database\\.\\.\\.[0-9]+ %, [0-9]+\\.[0-9] ([KM]i)?B/s, "
+                            "[0-9:]+[0-5][0-9] left"));
+  EXPECT_THAT(growing.out, EndsWith(text("left behind: \"$\\main.odb\" \"$\\main.tsdb\"\n")));
 }
 
 }  // namespace

@@ -39,17 +39,6 @@ class Failures : public ::testing::Test {
     const support::ToolRun outcome = support::run_tool({"-f", "-d", directory});
     return std::to_string(outcome.status) + " " + outcome.last_words;
   }
-  static std::string prepare(const std::string& path, std::uint64_t size_bytes) {
-    const support::RedirectedStreams streams("");
-    int status = 0;
-    try {
-      createdb::prepare_store(path, size_bytes);
-    } catch (const createdb::EndOfRun& end) {
-      status = end.status;
-    }
-    return std::to_string(status) + " " + streams.error_text();
-  }
-
   simulation::SimulatedSystem system_;
   simulation::Installed installed_{system_};
 };
@@ -122,31 +111,28 @@ TEST_F(Failures, LeaveTheFilesThatAnInterruptNames) {
   EXPECT_EQ(words(), left + " \"/db\\main.odb\" \"/db\\main.odbj\"\n");
 }
 
-class Progress : public Failures {
- protected:
-  // What is shown of so many bytes after so many milliseconds.
-  std::string shown(createdb::GrowthProgress& progress, std::uint64_t milliseconds, std::uint64_t written) {
+TEST_F(Failures, LeaveNothingOfTheProgressOnATerminal) {
+  // What is shown of so many MiB after so many milliseconds.
+  const auto shown = [&](createdb::GrowthProgress& progress, std::uint64_t milliseconds,
+                         std::uint64_t written) {
     system_.advance_microseconds(milliseconds * 1'000);
     ::testing::internal::CaptureStderr();
-    progress.advance(written, 1'000 << 20);
+    progress.advance(written << 20, 1'000 << 20);
     return ::testing::internal::GetCapturedStderr();
-  }
-};
-
-TEST_F(Progress, StandsOnATerminalAfterASecondAndIsWipedInTheEnd) {
+  };
+  createdb::GrowthProgress elsewhere;
+  EXPECT_EQ(shown(elsewhere, 2'000, 1), "") << "not on a terminal";
   system_.set_terminal(platform::Stream::error, true);
   createdb::GrowthProgress progress;
-  EXPECT_EQ(shown(progress, 1'000, 100 << 20), "");
-  const std::string first = "20 %, 100.0 MiB/s, 0:08 left";
-  EXPECT_EQ(shown(progress, 1'000, 200 << 20), first);
-  EXPECT_EQ(shown(progress, 100, 201 << 20), "") << "a few times a second";
-  const std::string second = "80 %, 80.0 MiB/s, 0:03 left";
-  EXPECT_EQ(shown(progress, 7'900, 800 << 20), std::string(first.size(), '\b') + second + " \b");
+  EXPECT_EQ(shown(progress, 1'000, 100), "");
+  const std::string first = "20 %, 100.0 MiB/s, 0:08 left", second = "80 %, 80.0 MiB/s, 0:03 left";
+  EXPECT_EQ(shown(progress, 1'000, 200), first);
+  EXPECT_EQ(shown(progress, 100, 201), "") << "a few times a second";
+  EXPECT_EQ(shown(progress, 7'900, 800), std::string(first.size(), '\b') + second + " \b");
   const auto wiped = [](std::size_t size) {
     return std::string(size, '\b') + std::string(size, ' ') + std::string(size, '\b');
   };
-  EXPECT_EQ(shown(progress, 0, 1'000 << 20), wiped(second.size()));
-
+  EXPECT_EQ(shown(progress, 0, 1'000), wiped(second.size()));
   ::testing::internal::CaptureStderr();
   {
     createdb::GrowthProgress unfinished;
@@ -155,28 +141,29 @@ TEST_F(Progress, StandsOnATerminalAfterASecondAndIsWipedInTheEnd) {
   }
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "33 %, 0.5 B/s, 0:04 left" + wiped(24));
   EXPECT_EQ(createdb::progress_text(1, 1'000, 36'000'000), "0 %, 0.0 B/s, 9:59:24 left");
-
-  system_.set_terminal(platform::Stream::error, false);
-  createdb::GrowthProgress elsewhere;
-  EXPECT_EQ(shown(elsewhere, 2'000, 1), "");
 }
 
 TEST_F(Failures, OfADeviceHaveMessagesToo) {
   std::vector<std::byte> contents(10'000, std::byte{7});
   system_.add_file("/device", contents);
   system_.make_fixed_size("/device");
-  EXPECT_EQ(prepare("/device", 5'000), "0 ");
+  createdb::prepare_store("/device", 5'000);
   std::fill_n(contents.begin(), 5'000, std::byte{0});
   EXPECT_TRUE(system_.contents("/device") == contents);
   EXPECT_EQ(system_.count(Operation::sync_directory), 0U);
 
-  EXPECT_EQ(prepare("/none", 1), "1 Unable to open store \"/none\"\n");
+  const auto expect_end = [](const std::string& path, std::uint64_t size_bytes, const std::string& message) {
+    const support::RedirectedStreams streams("");
+    EXPECT_THROW(createdb::prepare_store(path, size_bytes), createdb::EndOfRun);
+    EXPECT_EQ(streams.error_text(), message + "\n");
+  };
+  expect_end("/none", 1, "Unable to open store \"/none\"");
   EXPECT_FALSE(system_.has_file("/none"));
-  EXPECT_EQ(prepare("/device", 12'289), "1 Unable to write to \"/device\"\n");
+  expect_end("/device", 12'289, "Unable to write to \"/device\"");
   inject(Operation::write, "device", 1, 0);
-  EXPECT_EQ(prepare("/device", 1), "1 write returned 0\n");
+  expect_end("/device", 1, "write returned 0");
   inject(Operation::close, "device", 1);
-  EXPECT_EQ(prepare("/device", 1), "1 Failed closing store \"/device\"\n");
+  expect_end("/device", 1, "Failed closing store \"/device\"");
 }
 
 }  // namespace

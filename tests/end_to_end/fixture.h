@@ -13,6 +13,11 @@
 #include "reader.h"
 #include "tool.h"
 
+// What standard error says before the time series database grows, and answers for 128 MiB of it in the
+// smallest blocks, which are not written before anybody can look.
+inline const std::string growth = "Initializing database...";
+inline const std::string large = "$ i 4 2 1024 128 $ ";
+
 class EndToEnd : public ::testing::Test {
  protected:
   // Wine speaks on standard error while it sets itself up, the first time that it runs.

@@ -16,20 +16,9 @@ struct Outcome {
   std::string out, err;  // line ends as single newlines
 };
 
-// What the surroundings do to the program; of these Windows knows the interrupt only.
-enum class Trouble {
-  none,
-  files_of_a_megabyte_at_most,
-  output_that_nobody_reads,
-  interrupt_during_growth,
-  termination_during_growth,
-};
-
-// What standard error says before the time series database grows.
-inline const std::string growth = "Initializing database...";
-
-// On pipes. `input` is all that standard input holds.
-Outcome run(const Arguments& arguments, const std::string& input = {}, Trouble trouble = Trouble::none);
+// On pipes. `input` is all that standard input holds; `script` is for a shell, the tool being the function
+// `tool` there and $d a directory whose file err has standard error.
+Outcome run(const Arguments& arguments, const std::string& input = {}, const std::string& script = "tool");
 
 // On a terminal of its own, which shows standard error, too. Types each answer when its question is shown;
 // the answer `pause` lets the program stand still for more than a second instead.
