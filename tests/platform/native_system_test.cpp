@@ -34,19 +34,9 @@ std::string text_of(std::span<const std::byte> bytes) {
   return text;
 }
 
-std::unique_ptr<platform::File> opened(const std::string& path, Sharing sharing = Sharing::all) {
-  auto result = platform::system().open(path, sharing);
-  EXPECT_TRUE(result.ok()) << path << ": " << result.status().code;
-  return std::move(result.value());
-}
-
 class NativeSystem : public testing::Test {
  protected:
-  NativeSystem() {
-    std::random_device random;
-    directory = fs::temp_directory_path() / ("quenor-" + std::to_string(random()) + std::to_string(random()));
-    fs::create_directory(directory);
-  }
+  NativeSystem() { fs::create_directory(directory); }
   ~NativeSystem() override { fs::remove_all(directory); }
 
   std::string path(const std::string& name) const { return (directory / name).string(); }
@@ -61,40 +51,32 @@ class NativeSystem : public testing::Test {
     return {std::istreambuf_iterator<char>(file), {}};
   }
 
-  fs::path directory;
+  platform::System& os = platform::system();
+  const fs::path directory = fs::temp_directory_path() / ("quenor-" + std::to_string(std::random_device()()));
 };
 
 TEST_F(NativeSystem, CreationTakesNewNamesOnlyAndSharesNothing) {
-  auto made = platform::system().create_new(path("new"));
-  ASSERT_TRUE(made.ok());
-  EXPECT_FALSE(platform::system().open(path("new"), Sharing::none).ok());
-  EXPECT_TRUE(made.value()->close().ok());
-  EXPECT_TRUE(platform::system().sync_directory_of(path("new")).ok());
-  EXPECT_EQ(fs::file_size(directory / "new"), 0u);
-
-  EXPECT_FALSE(platform::system().create_new(path("new")).ok());
-  EXPECT_TRUE(platform::system().remove(path("new")).ok() && !fs::exists(directory / "new"));
-  EXPECT_FALSE(platform::system().create_new(path("no-such-directory/new")).ok());
-  EXPECT_FALSE(platform::system().open(path("absent"), Sharing::all).ok());
+  // A backslash separates directories, too.
+  const std::string name = directory.string() + "\\new";
+  {
+    const auto made = os.create_new(name);
+    ASSERT_TRUE(made.ok());
+    EXPECT_FALSE(os.open(name, Sharing::none).ok());
+    EXPECT_TRUE(made.value()->write_at(0, bytes_of("x")).ok());
+    EXPECT_TRUE(made.value()->close().ok());
+  }
+  EXPECT_TRUE(os.sync_directory_of(name).ok());
+  EXPECT_TRUE(os.open(name, Sharing::all).ok());
+  EXPECT_EQ(contents("new"), "x");
+  for (const std::string& taken : {path("new"), name, path("no-such-directory/new")})
+    EXPECT_FALSE(os.create_new(taken).ok());
+  EXPECT_TRUE(os.remove(path("new")).ok() && !fs::exists(directory / "new"));
+  EXPECT_FALSE(os.open(path("absent"), Sharing::all).ok());
   EXPECT_FALSE(fs::exists(directory / "absent"));
 }
 
-TEST_F(NativeSystem, ABackslashSeparatesDirectories) {
-  const std::string name = directory.string() + "\\main.odb";
-  {
-    auto made = platform::system().create_new(name);
-    ASSERT_TRUE(made.ok());
-    EXPECT_TRUE(made.value()->write_at(0, bytes_of("x")).ok());
-  }
-  EXPECT_EQ(contents("main.odb"), "x");
-  EXPECT_TRUE(platform::system().open(name, Sharing::all).ok());
-  EXPECT_TRUE(platform::system().sync_directory_of(name).ok());
-  EXPECT_TRUE(platform::system().is_directory(directory.string() + "\\").value());
-  EXPECT_TRUE(platform::system().free_bytes(directory.string() + "\\").ok());
-}
-
 TEST_F(NativeSystem, ReadsAndWritesGoWhereTheyAreTold) {
-  const auto file = opened(make("file", "0123456789"));
+  const auto file = std::move(os.open(make("file", "0123456789"), Sharing::all).value());
   const auto read = [&](std::uint64_t position) {
     std::vector<std::byte> buffer(4);
     buffer.resize(file->read_at(position, buffer).value());
@@ -117,34 +99,32 @@ TEST_F(NativeSystem, ReadsAndWritesGoWhereTheyAreTold) {
   EXPECT_FALSE(file->has_fixed_size());
 }
 
-TEST_F(NativeSystem, AFileThatIsNotSharedCannotBeOpenedAgain) {
-  const std::string name = make("file", "x");
-  for (const Sharing sharing : {Sharing::none, Sharing::readers}) {
-    const auto first = opened(name, sharing);
-    EXPECT_NE(platform::system().open(name, sharing).status().code, 0u) << "both write";
-  }
-  const auto first = opened(name, Sharing::all);
-  EXPECT_TRUE(platform::system().open(name, Sharing::all).ok());
-}
-
-TEST_F(NativeSystem, AReaderChangesNothingAndTakesNoLock) {
+TEST_F(NativeSystem, AFileIsSharedAsItWasOpened) {
   const std::string name = make("file", "contents");
-  const auto writer = opened(name, Sharing::readers);
-  const auto reader = platform::system().open_read_only(name);
+  for (const Sharing sharing : {Sharing::none, Sharing::readers}) {
+    const auto first = os.open(name, sharing);
+    EXPECT_FALSE(os.open(name, sharing).ok()) << "both write";
+  }
+  {
+    const auto first = os.open(name, Sharing::all);
+    EXPECT_TRUE(os.open(name, Sharing::all).ok());
+  }
+  const auto writer = os.open(name, Sharing::readers);
+  const auto reader = os.open_read_only(name);
   ASSERT_TRUE(reader.ok()) << "beside a writer that allows readers";
   EXPECT_FALSE(reader.value()->write_at(0, bytes_of("x")).ok());
   EXPECT_FALSE(reader.value()->map(0, 100).ok());
   EXPECT_EQ(contents("file"), "contents");
-  EXPECT_TRUE(writer->close().ok());
-  EXPECT_TRUE(platform::system().open(name, Sharing::readers).ok()) << "beside a reader";
-  EXPECT_FALSE(platform::system().open_read_only(path("absent")).ok());
+  EXPECT_TRUE(writer.value()->close().ok());
+  EXPECT_TRUE(os.open(name, Sharing::readers).ok()) << "beside a reader";
+  EXPECT_FALSE(os.open_read_only(path("absent")).ok());
 }
 
 TEST_F(NativeSystem, AMappingOfAnyPartReachesTheFileWhichItLengthensIfNeedBe) {
   constexpr std::size_t offset = 70'001;  // beyond a granule of either system, aligned to nothing
   for (const std::size_t size : {200'000u, 10u}) {
     std::string expected(size, 'a');
-    const auto file = opened(make("file", expected));
+    const auto file = std::move(os.open(make("file", expected), Sharing::all).value());
     const auto result = file->map(offset, 1'000);
     ASSERT_TRUE(result.ok());
     platform::Mapping& mapping = *result.value();
@@ -165,28 +145,20 @@ TEST_F(NativeSystem, AMappingOfAnyPartReachesTheFileWhichItLengthensIfNeedBe) {
   }
 }
 
-TEST_F(NativeSystem, AModificationTimeIsTheOneThatWasSet) {
-  const auto file = opened(make("file", "x"));
-  const auto now = fs::file_time_type::clock::now();
-  fs::last_write_time(directory / "file", now - std::chrono::hours(1));
-  ASSERT_TRUE(file->set_modification_time(platform::system().file_time_now().value()).ok());
-  EXPECT_LT(std::chrono::abs(fs::last_write_time(directory / "file") - now), std::chrono::minutes(1));
-}
-
 TEST_F(NativeSystem, AnswersWhatIsThereAndHowMuchRoomThereIs) {
   make("file", "x");
-  EXPECT_TRUE(platform::system().is_directory(directory.string()).value());
-  EXPECT_FALSE(platform::system().is_directory(path("file")).value());
-  EXPECT_FALSE(platform::system().is_directory(path("absent")).ok());
-  const std::uint64_t free = platform::system().free_bytes(directory.string()).value();
+  EXPECT_TRUE(os.is_directory(directory.string()).value());
+  EXPECT_TRUE(os.is_directory(directory.string() + "\\").value());
+  EXPECT_FALSE(os.is_directory(path("file")).value());
+  EXPECT_FALSE(os.is_directory(path("absent")).ok());
+  const std::uint64_t free = os.free_bytes(directory.string() + "\\").value();
   EXPECT_GT(free, 0u);
   EXPECT_LE(free, fs::space(directory).capacity);
 
-  const auto absent = platform::system().free_bytes(path("absent"));
-  const auto text = platform::system().error_text(absent.status().code);
+  const auto text = os.error_text(os.free_bytes(path("absent")).status().code);
   EXPECT_GE(text.value().size(), 5u);
   EXPECT_LE(text.value().size(), 255u);
-  EXPECT_NE(text.value(), platform::system().error_text(platform::system().disk_full().code).value());
+  EXPECT_NE(text.value(), os.error_text(os.disk_full().code).value());
 }
 
 #if GTEST_HAS_DEATH_TEST && defined(SIGKILL)  // Windows interrupts through its console only
@@ -207,15 +179,19 @@ TEST_F(NativeSystemDeathTest, AnInterruptEndsTheProcessAtOnceWithItsLastWords) {
 }
 #endif
 
-TEST_F(NativeSystem, ClocksRun) {
-  const std::uint64_t before = platform::system().monotonic_microseconds();
+TEST_F(NativeSystem, ClocksRunAndSetTheTimeOfAFile) {
+  const std::uint64_t before = os.monotonic_microseconds();
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  const std::uint64_t elapsed = platform::system().monotonic_microseconds() - before;
+  const std::uint64_t elapsed = os.monotonic_microseconds() - before;
   EXPECT_GE(elapsed, 15'000u);
   EXPECT_LT(elapsed, 10'000'000u);
+  EXPECT_NEAR(static_cast<double>(os.calendar_seconds()), static_cast<double>(std::time(nullptr)), 2.0);
 
-  EXPECT_NEAR(static_cast<double>(platform::system().calendar_seconds()),
-              static_cast<double>(std::time(nullptr)), 2.0);
+  const auto file = os.open(make("file", "x"), Sharing::all);
+  const auto now = fs::file_time_type::clock::now();
+  fs::last_write_time(directory / "file", now - std::chrono::hours(1));
+  ASSERT_TRUE(file.value()->set_modification_time(os.file_time_now().value()).ok());
+  EXPECT_LT(std::chrono::abs(fs::last_write_time(directory / "file") - now), std::chrono::minutes(1));
 }
 
 }  // namespace
