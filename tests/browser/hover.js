@@ -1,35 +1,31 @@
 // Put behind the page's own script by the test: moves the pointer over every cell of every picture, and says in
 // the document what the tips added up to.
 addEventListener("error", (event) => { document.body.dataset.error = event.message; });
-const sums = [];
-for (const picture of document.querySelectorAll("svg")) {
-  let blocks = 0;
-  for (const cell of picture.querySelectorAll(".cell")) {
-    (cell.firstChild ?? cell).dispatchEvent(new PointerEvent("pointermove", { bubbles: true }));
-    const tip = document.getElementById("tip");
-    if (tip.hidden || tip.textContent === "")
-      document.body.dataset.error = "a cell without a tip";
-    // "levels: 1,024": the uses of the blocks of a cell.
-    for (const [, count] of tip.textContent.matchAll(/: ([\d,]+)$/gm))
-      blocks += Number(count.replaceAll(",", ""));
-  }
-  sums.push(`${picture.getAttribute("aria-label")} ${blocks}`);
-}
 const say = (text) => document.body.append(Object.assign(document.createElement("output"), { textContent: text }));
-sums.filter((text) => text.startsWith("The blocks of")).forEach(say);
-// How many the bars of a histogram stand for, and what the segments of the journal's halves are.
+const countIn = (text) => Number(text.replaceAll(",", ""));
 const tipsOf = (picture) => [...picture.querySelectorAll(".cell")].map((cell) => {
   (cell.firstChild ?? cell).dispatchEvent(new PointerEvent("pointermove", { bubbles: true }));
-  return document.getElementById("tip").textContent;
+  const tip = document.getElementById("tip");
+  if (tip.hidden || tip.textContent === "")
+    document.body.dataset.error = "a cell without a tip";
+  return tip.textContent;
 });
-for (const chart of document.querySelectorAll('svg[aria-label^="Fill of"]')) {
-  const count = tipsOf(chart).reduce((sum, tip) => sum + Number(tip.match(/\n([\d,]+) /)[1].replaceAll(",", "")), 0);
-  say(`${chart.getAttribute("aria-label")} ${count}`);
-}
+document.querySelectorAll("svg").forEach(tipsOf);
+// Says what the pattern's first group adds up to in the tips of each picture whose label begins so.
+const saySums = (label, pattern) => {
+  for (const picture of document.querySelectorAll(`svg[aria-label^="${label}"]`)) {
+    const counts = tipsOf(picture).flatMap((tip) => [...tip.matchAll(pattern)].map((match) => countIn(match[1])));
+    say(`${picture.getAttribute("aria-label")} ${counts.reduce((sum, count) => sum + count, 0)}`);
+  }
+};
+// "levels: 1,024": the uses of the blocks of a cell. Then how many the bars of a histogram stand for, and what the
+// segments of the journal's halves are.
+saySums("The blocks of", /: ([\d,]+)$/gm);
+saySums("Fill of", /\n([\d,]+) /g);
 for (const half of document.querySelectorAll('svg[aria-label^="The transactions"]')) {
   const fates = {};
   for (const [, count, fate] of tipsOf(half).map((tip) => tip.match(/^([\d,]+) transactions?, (.*)$/m)))
-    fates[fate] = (fates[fate] ?? 0) + Number(count.replaceAll(",", ""));
+    fates[fate] = (fates[fate] ?? 0) + countIn(count);
   say(`half: ${Object.keys(fates).sort().map((fate) => `${fates[fate]} ${fate}`).join(", ")}`);
 }
 // The first nodes, each after as many dots as it lies deep.
