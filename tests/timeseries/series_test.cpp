@@ -4,6 +4,7 @@
 #include <array>
 
 #include "timeseries/check_ids.h"
+#include "timeseries/entry_search.h"
 #include "timeseries/levels.h"
 #include "timeseries/phase_shift.h"
 #include "tsdb_fixture.h"
@@ -74,27 +75,39 @@ TEST_F(SeriesTest, WhatWasSyncedIsInTheFile) {
     Random random(seed);
     make_database(48, 1 + seed % 3, 20);
     Model model;
-    for (std::uint32_t step = 0; step < 300; ++step) {
+    for (std::uint32_t step = 0; step < 500; ++step) {
       const std::uint32_t what = below(random, 20);
       tsdb::Chain& chain = current_chain(tsdb::chain_traits[below(random, what < 12 ? 2 : 4)].kind);
-      const std::uint32_t next_id = first_free(model[3]);
       if (what < 12) {
-        const std::uint32_t entry = below(random, chain.capacity());
-        const std::uint32_t pointer = 1 + below(random, 1000);
-        tsdb::set_chain_pointer(chain, entry, pointer);
-        model[tsdb::kind_index(chain.kind())][entry] = {pointer};
+        Entries& entries = model[tsdb::kind_index(chain.kind())];
+        const std::uint32_t free = first_free(entries);
+        ASSERT_EQ(tsdb::find_free_entry(chain).value_or(chain.capacity()), free) << "step " << step;
+        const bool is_freed = below(random, 5) == 0;
+        const std::uint32_t entry =
+            is_freed || free == chain.capacity() ? below(random, chain.capacity()) : free;
+        tsdb::set_chain_pointer(chain, entry, is_freed ? 0 : step + 1);
+        entries[entry] = {step + 1};
+        if (is_freed)
+          entries.erase(entry);
       } else if (what < 14) {
         tsdb::grow_chain(chain, 1 + below(random, 2));
       } else if (what < 15) {
-        const std::uint32_t freed = below(random, std::max(1u, next_id));
-        tsdb::set_check_pointer(current_chain(ChainKind::check), freed, {0, 0});
-        model[3].erase(freed);
+        for (std::size_t count = below(random, model[3].size() + 1); count > 0; count /= 2) {
+          const auto freed = std::next(model[3].begin(), below(random, model[3].size()));
+          tsdb::set_check_pointer(current_chain(ChainKind::check), static_cast<std::uint32_t>(freed->first),
+                                  {0, 0});
+          model[3].erase(freed);
+        }
       } else if (what < 17) {
-        EXPECT_EQ(tsdb::allocate_described_ts(add_random_series(random, model)), next_id);
+        const std::uint32_t id = first_free(model[3]);
+        EXPECT_EQ(tsdb::allocate_described_ts(add_random_series(random, model)), id);
         expect_in_file(model);
       } else if (what < 18) {
-        model[3][next_id] = {step + 1, 5};
-        EXPECT_EQ(tsdb::allocate_check_id(step + 1, 5), next_id);
+        for (std::uint32_t count = 1 + below(random, 30); count > 0; --count) {
+          const std::uint32_t id = first_free(model[3]);
+          model[3][id] = {step + 1, 5};
+          EXPECT_EQ(tsdb::allocate_check_id(step + 1, 5), id);
+        }
         expect_in_file(model);
       } else {
         tsdb::sync_chains();
