@@ -28,7 +28,6 @@ TEST(TsdbDamage, OfTheHeader) {
       {"block size: found 500", 8, 500},
       {"reserved word: found 7, expected 0", 12, 7},
       {"number of chain sets: found 100", 20, 100},
-      {"number of chain sets: found 0", 20, 0},
       {"rest of the header", 508, 0x01FF'FFFF},
       {"tail chain 0, CRC of its entry", tails[0] + 12, {crc_broken(tails[0])}},
       // Raised, but not to what the set before it has.
@@ -85,13 +84,11 @@ TEST(MdbDamage, OfTheHeader) {
       {"block size: found 48", 8, 48},
       {"journal type: found 3", 12, 3},
       {"found 17, expected a multiple of 8", 16, 17},
-      {"found 1000", 16, 1000},
       {"expected 8 for a path of 5 bytes", 16, {{25, 0, 8}, {28, 0, 8}}},
       {"padding of the journal path", 35, {{35, 'x', 1}}},
       {"index roots: found 1, expected 2",
        count,
        {{count, 1}, {roots + 4, 0}, {roots + 8, 2}, {roots + 12, 3}}},
-      {"number of index roots", count, 0x1000'0000},
       {"root of index 0: found block 2", roots, 2},
       {"for several indexes", roots, 4},
       {"unused word: found 5", unused, 5},
@@ -121,7 +118,6 @@ TEST(MdbDamage, OfTheBlocks) {
   const auto free_object = Write{object, load_u32(pair.file("main.odb"), object) | 1U};
   const Damage damages[] = {
       {"found 3, expected 0 to 2 or 4 to 6", spare_class, {{spare_class, 3, 1}}},
-      {"found 7", spare_class, {{spare_class, 7, 1}}},
       {"expected 0 for a block before 3", pair.class_byte(0), {{pair.class_byte(0), 1, 1}}},
       {"expected 0 as the file has", pair.class_byte(300), {{pair.class_byte(300), 1, 1}}},
       {"length of an item: found 0", some_data, {{spare_class, 1, 1}}},
@@ -130,7 +126,6 @@ TEST(MdbDamage, OfTheBlocks) {
       {"expected 4 (index root)", pair.root(1), {class_of(pair.root(1), 0)}},
       {"expected a live object", pair.index_entry_of(0, 5), {class_of(object, 0)}},
       {"length of an item: found 2", object, 2},
-      {"length of an item: found 1000", object, 1'000},
       {"expected less than 128", object / block_size * block_size, {class_of(object, 2), free_object}},
   };
   expect_found(pair, "main.odb", damages);
@@ -140,7 +135,7 @@ TEST(MdbDamage, OfTheTrees) {
   Pair pair;
   const FileBytes file = pair.file("main.odb");
   const std::uint64_t root = pair.root(0), repeating = pair.leaf(1, 0);
-  const std::uint64_t first = pair.leaf(0, 0), second = pair.leaf(0, 1), third = pair.leaf(0, 2);
+  const std::uint64_t first = pair.leaf(0, 0), second = pair.leaf(0, 1);
   const std::uint64_t last = pair.leaf(0, pair.tree(0).leaves.size() - 1);
   const std::uint64_t last_key = first + 16 * std::uint64_t{load_u32(file, first + 12)};
   const Damage damages[] = {
@@ -152,7 +147,6 @@ TEST(MdbDamage, OfTheTrees) {
       {"child: found block 0", root + 20, 0},
       {"expected one that no tree has reached yet", root + 20, block_of(first)},
       {"leaf to the left: found 9", second + 4, 9},
-      {"leaf to the right", first + 8, block_of(third)},
       {"leaf to the right: found 9, expected 0", last + 8, 9},
       {"expected a greater one", second + 32, {{second + 36, load_u32(file, second + 20)}}},
       {"expected no smaller one", repeating + 32, {{repeating + 16, 5}}},
@@ -172,7 +166,6 @@ TEST(MdbDamage, OfTheRecords) {
                       place = at(3800);
   const Damage damages[] = {
       {"length of a record's entry: found 4", type + 4, 4},
-      {"length of a record's entry: found 8000", type + 4, 8'000},
       {"length of a record's entry: found 17", type + 4, 17},
       {"length of property 100", at(100) + 4, 32},  // swallows the next entry
       {"type code of property 100: found 2", at(100) + 8, 2},
@@ -204,7 +197,6 @@ TEST(MdbDamage, OfTheEntriesOfRecords) {
        pair.index_entry_of(3, 30),
        {{object, load_u32(file, object) | 1}}},  // is free
       {"expected a live object", entry, {{entry + 12, load_u32(file, entry + 12) + 4}}},
-      {"offset 4294967295", entry, {{entry + 12, 0xFFFF'FFFF}}},
   };
   constexpr struct {
     std::uint32_t keyed_by;

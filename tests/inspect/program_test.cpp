@@ -145,9 +145,7 @@ TEST(Program, HelpsAndRefuses) {
     EXPECT_EQ(err.str(), "quenor-dbinfo: the output cannot be written\n");
   }
   const std::pair<std::vector<const char*>, std::string> wrong[] = {
-      {{}, "the directory of the databases is missing"},
       {{"--check"}, "the directory of the databases is missing"},
-      {{""}, "the directory of the databases is missing"},
       {{"/db", "--report", ""}, "--report needs the name of a file"},
       {{"/db", "--node="}, "--node needs the ID of a node\n"},
       {{"/db", "--nodes", "--node", "0.1"}, "--nodes shows every node, --node one: "},
