@@ -1,8 +1,10 @@
 // One of the targets, as the fuzzer calls it.
 
 #include <algorithm>
+#include <random>
 #include <string_view>
 
+#include "common/bytes.h"
 #include "targets.h"
 
 extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t max_size);
@@ -11,6 +13,21 @@ namespace {
 
 const fuzz::Target& target =
     *std::ranges::find(fuzz::targets, std::string_view(QUENOR_FUZZ_TARGET), &fuzz::Target::name);
+
+// The words that sizes, numbers and places are most easily mistaken about.
+constexpr std::uint32_t words[] = {0, 1,   2,           3,           4,           7,
+                                   8, 255, 0x7FFF'FFFF, 0x8000'0000, 0xFFFF'FFF8, 0xFFFF'FFFF};
+
+// A word at a place where structure is likely: the start of the file or of a small block, or anywhere.
+void set_some_word(std::span<std::byte> file, std::minstd_rand& random) {
+  std::size_t offset = random() % (file.size() / 4) * 4;
+  if (random() % 2 == 0)
+    offset = std::min(offset / 128 * 128 + random() % 12 * 4, file.size() / 4 * 4 - 4);
+  const std::uint32_t old = bytes::load_u32(file, offset);
+  const std::uint32_t other = bytes::load_u32(file, random() % (file.size() / 4) * 4);
+  const std::uint32_t values[] = {old + 1, old - 1, other, words[random() % std::size(words)]};
+  bytes::store_u32(file, offset, values[random() % std::size(values)]);
+}
 
 }  // namespace
 
@@ -25,7 +42,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 // code behind them is met by damage as often as the code that checks them.
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t max_size,
                                                unsigned seed) {
-  size = LLVMFuzzerMutate(data, size, max_size);
+  std::minstd_rand random(seed);
+  if (target.fit == nullptr || size < 4 || random() % 3 == 0) {
+    size = LLVMFuzzerMutate(data, size, max_size);
+  } else {
+    for (auto count = 1 + random() % 3; count > 0; --count)
+      set_some_word(std::as_writable_bytes(std::span(data, size)), random);
+  }
   if (target.fit != nullptr && size > 0 && seed % 2 == 0)
     target.fit(std::as_writable_bytes(std::span(data, size)));
   return size;
