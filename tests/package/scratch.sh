@@ -1,6 +1,8 @@
-# For the scripts here: a directory of its own, gone with the script, and an end that says why.
+# For the scripts here, each of which gets the directories of the sources and of the build, and the compiler, or what
+# shows an object file: a directory of its own, gone with the script, and an end that says why.
 set -euo pipefail
 
+readonly sources=$1 build=$2 tool=$3
 readonly scratch=$(mktemp -d "${TMPDIR:-/tmp}/quenor-package-XXXXXX")
 trap 'rm -rf -- "$scratch"' EXIT
 
