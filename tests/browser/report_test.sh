@@ -11,8 +11,8 @@ readonly here work
 # browse PAGE: prints the document as a browser of its own has made it, which may complain about nothing.
 browse() {
   timeout 120 chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run \
-    --disable-background-networking --disable-component-update --disable-sync --user-data-dir="$(mktemp -d -p "$work")" \
-    --enable-logging=stderr --dump-dom "file://$1" 2>"$work/messages"
+    --disable-background-networking --disable-component-update --disable-sync \
+    --user-data-dir="$(mktemp -d -p "$work")" --enable-logging=stderr --dump-dom "file://$1" 2>"$work/messages"
   ! grep CONSOLE "$work/messages" >&2
 }
 
