@@ -1,50 +1,179 @@
 #include "simulation/simulated_system.h"
 
+#include <algorithm>
 #include <cerrno>
-#include <utility>
-
-#include "machine.h"
 
 namespace simulation {
 
 using platform::Result;
+using platform::Sharing;
 using platform::Status;
 
 namespace {
 
-constexpr std::uint64_t microseconds_per_second = 1'000'000;
+// What every handle knows: its file, and the boot it was opened in.
+struct Handle {
+  std::shared_ptr<Machine> machine;
+  std::string path;
+  std::shared_ptr<StoredFile> stored;
+  std::uint64_t boot = machine->boot;
+  bool is_read_only = false;
 
-// A file that lets itself be read and refuses everything else.
-class ReadOnlyFile final : public platform::File {
- public:
-  explicit ReadOnlyFile(std::unique_ptr<platform::File> file) : file_(std::move(file)) {}
+  bool is_alive() const { return boot == machine->boot && !machine->power_is_off; }
 
-  Result<std::size_t> read_at(std::uint64_t position, std::span<std::byte> buffer) override {
-    return file_->read_at(position, buffer);
+  Verdict admit(Operation operation, std::uint64_t position = 0, std::uint64_t length = 0) const {
+    Verdict verdict = machine->admit({operation, path, position, length});
+    const bool only_looks = operation == Operation::read || operation == Operation::close;
+    if (verdict.code == 0 && (!is_alive() || (is_read_only && !only_looks)))
+      verdict.code = EBADF;
+    if (verdict.code == 0 && position > platform::max_position - length)
+      verdict.code = EINVAL;
+    return verdict;
   }
-  Result<std::size_t> write_at(std::uint64_t, std::span<const std::byte>) override { return refused; }
-  Status sync() override { return refused; }
-  Status set_modification_time(platform::FileTime) override { return refused; }
-  bool has_fixed_size() const override { return file_->has_fixed_size(); }
-  Result<std::unique_ptr<platform::Mapping>> map(std::uint64_t, std::uint32_t) override { return refused; }
-  Status close() override { return file_->close(); }
 
- private:
-  static constexpr Status refused{EBADF};
+  // What of the bytes up to `end` the disk has room for; takes the room.
+  std::uint64_t reserve(std::uint64_t end) const {
+    const std::uint64_t size = stored->contents.size();
+    if (end <= size)
+      return end;
+    const std::uint64_t growth = stored->has_fixed_size ? 0 : std::min(end - size, machine->free_bytes);
+    machine->free_bytes -= growth;
+    return size + growth;
+  }
 
-  std::unique_ptr<platform::File> file_;
+  // S4: what was written before is lost to all later ones.
+  void fail_sync() const {
+    if (is_alive())
+      stored->changes.clear();
+  }
 };
 
-}  // namespace
+class SimulatedMapping final : public platform::Mapping {
+ public:
+  SimulatedMapping(Handle handle, std::uint64_t offset, std::uint32_t length)
+      : handle_(std::move(handle)), view_{offset, std::vector<std::byte>(length)} {
+    (void)handle_.stored->read(offset, view_.bytes);
+    handle_.stored->views.push_back(&view_);
+  }
+  ~SimulatedMapping() override { remove_view(); }
+  SimulatedMapping(const SimulatedMapping&) = delete;
+  SimulatedMapping& operator=(const SimulatedMapping&) = delete;
 
-SimulatedSystem::SimulatedSystem() : machine_(std::make_shared<Machine>()) {}
-SimulatedSystem::SimulatedSystem(const SimulatedSystem& other)
-    : platform::System(other), machine_(other.machine_->fork()) {}
-SimulatedSystem::~SimulatedSystem() = default;
+  std::span<std::byte> bytes() override { return view_.bytes; }
 
-void SimulatedSystem::add_directory(std::string_view path) {
-  machine_->directories.insert(with_slashes(path));
+  Status sync() override {
+    const Verdict verdict = handle_.admit(Operation::mapping_sync);
+    if (handle_.is_alive())
+      handle_.stored->take_over(view_);
+    if (verdict.code != 0)
+      handle_.fail_sync();
+    return Status{verdict.code};
+  }
+
+  Status unmap() override {
+    const Verdict verdict = handle_.admit(Operation::mapping_unmap);
+    remove_view();
+    view_.bytes.clear();
+    return Status{verdict.code};
+  }
+
+  Status close() override { return Status{handle_.admit(Operation::mapping_close).code}; }
+
+ private:
+  // The file has forgotten the view if the power went.
+  void remove_view() {
+    if (std::erase(handle_.stored->views, &view_) != 0)
+      handle_.stored->take_over(view_);
+  }
+
+  Handle handle_;
+  View view_;
+};
+
+class SimulatedFile final : public platform::File {
+ public:
+  SimulatedFile(Handle handle, Sharing sharing)
+      : handle_(std::move(handle)), holds_lock_(sharing != Sharing::all) {
+    handle_.stored->is_locked |= holds_lock_;
+  }
+  ~SimulatedFile() override { release(); }
+  SimulatedFile(const SimulatedFile&) = delete;
+  SimulatedFile& operator=(const SimulatedFile&) = delete;
+
+  Result<std::size_t> read_at(std::uint64_t position, std::span<std::byte> buffer) override {
+    const Verdict verdict = handle_.admit(Operation::read, position, buffer.size());
+    if (verdict.code != 0)
+      return Status{verdict.code};
+    return handle_.stored->read(position, buffer.first(std::min(buffer.size(), verdict.transfer_limit)));
+  }
+
+  Result<std::size_t> write_at(std::uint64_t position, std::span<const std::byte> bytes) override {
+    const Verdict verdict = handle_.admit(Operation::write, position, bytes.size());
+    if (verdict.code != 0)
+      return Status{verdict.code};
+    const auto wanted = bytes.first(std::min(bytes.size(), verdict.transfer_limit));
+    if (wanted.empty())
+      return std::size_t{0};
+    const std::uint64_t end = handle_.reserve(position + wanted.size());
+    if (end <= position)
+      return Status{ENOSPC};
+    handle_.stored->write(position, wanted.first(end - position));
+    return static_cast<std::size_t>(end - position);
+  }
+
+  Status sync() override {
+    const Verdict verdict = handle_.admit(Operation::sync);
+    if (verdict.code == 0) {
+      handle_.stored->sync();
+    } else {
+      handle_.fail_sync();
+    }
+    return Status{verdict.code};
+  }
+
+  Status set_modification_time(platform::FileTime) override {
+    return Status{handle_.admit(Operation::set_time).code};
+  }
+
+  bool has_fixed_size() const override { return handle_.stored->has_fixed_size; }
+  void refuse_changes() { handle_.is_read_only = true; }
+
+  Result<std::unique_ptr<platform::Mapping>> map(std::uint64_t offset, std::uint32_t length) override {
+    Verdict verdict = handle_.admit(Operation::map, offset, length);
+    const std::uint64_t size = handle_.stored->contents.size();
+    const std::uint64_t end = offset + length;
+    if (verdict.code == 0 && handle_.reserve(end) < end)
+      verdict.code = ENOSPC;
+    if (verdict.code != 0) {
+      errno = static_cast<int>(verdict.code);
+      return Status{verdict.code};
+    }
+    if (end > size)
+      handle_.stored->write(size, std::vector<std::byte>(end - size));
+    return std::unique_ptr<platform::Mapping>(std::make_unique<SimulatedMapping>(handle_, offset, length));
+  }
+
+  Status close() override {
+    const Verdict verdict = handle_.admit(Operation::close);
+    release();
+    return Status{verdict.code};
+  }
+
+ private:
+  void release() {
+    if (std::exchange(holds_lock_, false) && handle_.boot == handle_.machine->boot)
+      handle_.stored->is_locked = false;
+  }
+
+  Handle handle_;
+  bool holds_lock_;
+};
+
+std::string directory_of(const std::string& path) {
+  return path.substr(0, std::max<std::size_t>(path.rfind('/'), 1));
 }
+
+}  // namespace
 
 void SimulatedSystem::add_file(std::string_view path, std::span<const std::byte> contents) {
   const auto stored = std::make_shared<StoredFile>(contents);
@@ -57,147 +186,64 @@ void SimulatedSystem::remove_file(std::string_view path) {
   machine_->durable_names.erase(with_slashes(path));
 }
 
-std::size_t SimulatedSystem::unsynced_count() const {
-  std::size_t count = 0;
-  for (const auto& [name, file] : machine_->names)
-    count += file->unsynced_count();
-  return count;
-}
-
-bool SimulatedSystem::has_file(std::string_view path) const {
-  return machine_->names.contains(with_slashes(path));
-}
-
 std::vector<std::byte> SimulatedSystem::contents(std::string_view path) const {
-  return machine_->file(path).seen();
-}
-
-std::vector<std::byte> SimulatedSystem::durable_contents(std::string_view path) const {
-  return machine_->file(path).durable();
-}
-
-void SimulatedSystem::set_contents(std::string_view path, std::span<const std::byte> contents) {
-  machine_->file(path).replace(contents);
-}
-
-platform::FileTime SimulatedSystem::modification_time(std::string_view path) const {
-  return machine_->file(path).modification_time;
-}
-
-void SimulatedSystem::make_fixed_size(std::string_view path) {
-  machine_->file(path).has_fixed_size = true;
-}
-
-void SimulatedSystem::set_free_bytes(std::uint64_t bytes) {
-  machine_->free_bytes = bytes;
-}
-
-void SimulatedSystem::inject(Fault fault) {
-  machine_->faults.push_back(std::move(fault));
-}
-
-void SimulatedSystem::clear_faults() {
-  machine_->faults.clear();
-}
-
-const std::vector<Event>& SimulatedSystem::events() const {
-  return machine_->events;
-}
-
-void SimulatedSystem::clear_events() {
-  machine_->events.clear();
+  std::vector<std::byte> bytes(machine_->file(path).contents.size());
+  (void)machine_->file(path).read(0, bytes);
+  return bytes;
 }
 
 std::uint64_t SimulatedSystem::count(Operation operation, std::string_view path_end) const {
-  std::uint64_t found = 0;
-  for (const Event& event : machine_->events) {
-    if (operation != Operation::any && operation != event.operation)
-      continue;
-    if (event.path.ends_with(path_end))
-      found += 1;
-  }
-  return found;
+  const auto matches = [&](const Event& event) { return event.matches(operation, path_end); };
+  return static_cast<std::uint64_t>(std::ranges::count_if(machine_->events, matches));
 }
 
-void SimulatedSystem::power_cut(Policy policy) {
-  machine_->power_cut(policy);
-}
-
-void SimulatedSystem::write_back_mapped_stores(std::uint64_t seed) {
-  machine_->write_back.emplace(seed);
-}
-
-void SimulatedSystem::advance_microseconds(std::uint64_t microseconds) {
-  machine_->monotonic_microseconds += microseconds;
-  machine_->calendar_microseconds += microseconds;
-}
-
-void SimulatedSystem::set_calendar_seconds(std::int64_t seconds) {
-  machine_->calendar_microseconds = static_cast<std::uint64_t>(seconds) * microseconds_per_second;
-}
-
-void SimulatedSystem::set_error_text(std::uint32_t code, std::string text) {
-  machine_->error_texts[code] = std::move(text);
-}
-
-void SimulatedSystem::set_terminal(platform::Stream stream, bool is_terminal) {
-  machine_->terminals[static_cast<std::size_t>(stream)] = is_terminal;
-}
-
-std::optional<std::string> SimulatedSystem::words_of_an_interrupt() const {
-  return machine_->interrupts_held ? std::nullopt : machine_->last_words;
-}
-
-Result<std::unique_ptr<platform::File>> SimulatedSystem::open(const std::string& path,
-                                                              platform::Sharing sharing) {
+Result<std::unique_ptr<platform::File>> SimulatedSystem::open(const std::string& path, Sharing sharing) {
   const std::string name = with_slashes(path);
-  const Verdict verdict = machine_->admit({Operation::open, name});
-  if (verdict.code != 0)
-    return Status{verdict.code};
+  if (const Status failed = admit(Operation::open, name); !failed.ok())
+    return failed;
   if (machine_->directories.contains(name))
     return Status{EISDIR};
   const auto found = machine_->names.find(name);
   if (found == machine_->names.end())
     return Status{ENOENT};
-  if (sharing != platform::Sharing::all && found->second->is_locked)
+  if (sharing != Sharing::all && found->second->is_locked)
     return Status{EWOULDBLOCK};
-  return make_file(machine_, name, found->second, sharing);
+  return std::unique_ptr<platform::File>(
+      std::make_unique<SimulatedFile>(Handle{machine_, name, found->second}, sharing));
 }
 
 Result<std::unique_ptr<platform::File>> SimulatedSystem::open_read_only(const std::string& path) {
-  auto opened = open(path, platform::Sharing::all);
-  if (!opened.ok())
-    return opened.status();
-  return std::unique_ptr<platform::File>(std::make_unique<ReadOnlyFile>(std::move(opened.value())));
+  auto opened = open(path, Sharing::all);
+  if (opened.ok())
+    static_cast<SimulatedFile&>(*opened.value()).refuse_changes();
+  return opened;
 }
 
 Result<std::unique_ptr<platform::File>> SimulatedSystem::create_new(const std::string& path) {
   const std::string name = with_slashes(path);
-  const Verdict verdict = machine_->admit({Operation::create, name});
-  if (verdict.code != 0)
-    return Status{verdict.code};
+  if (const Status failed = admit(Operation::create, name); !failed.ok())
+    return failed;
   if (machine_->names.contains(name) || machine_->directories.contains(name))
     return Status{EEXIST};
   if (!machine_->directories.contains(directory_of(name)))
     return Status{ENOENT};
   const auto stored = std::make_shared<StoredFile>(std::span<const std::byte>());
   machine_->names.emplace(name, stored);
-  return make_file(machine_, name, stored, platform::Sharing::none);
+  return std::unique_ptr<platform::File>(
+      std::make_unique<SimulatedFile>(Handle{machine_, name, stored}, Sharing::none));
 }
 
 Status SimulatedSystem::remove(const std::string& path) {
   const std::string name = with_slashes(path);
-  const Verdict verdict = machine_->admit({Operation::remove, name});
-  if (verdict.code != 0)
-    return Status{verdict.code};
+  if (const Status failed = admit(Operation::remove, name); !failed.ok())
+    return failed;
   return machine_->names.erase(name) != 0 ? Status{} : Status{ENOENT};
 }
 
 Status SimulatedSystem::sync_directory_of(const std::string& path) {
   const std::string name = with_slashes(path);
-  const Verdict verdict = machine_->admit({Operation::sync_directory, name});
-  if (verdict.code != 0)
-    return Status{verdict.code};
+  if (const Status failed = admit(Operation::sync_directory, name); !failed.ok())
+    return failed;
   const std::string directory = directory_of(name);
   if (!machine_->directories.contains(directory))
     return Status{ENOENT};
@@ -210,65 +256,37 @@ Status SimulatedSystem::sync_directory_of(const std::string& path) {
 
 Result<bool> SimulatedSystem::is_directory(const std::string& path) {
   const std::string name = with_slashes(path);
-  const Verdict verdict = machine_->admit({Operation::query_directory, name});
-  if (verdict.code != 0)
-    return Status{verdict.code};
-  if (machine_->directories.contains(name))
-    return true;
-  if (machine_->names.contains(name))
-    return false;
+  if (const Status failed = admit(Operation::query_directory, name); !failed.ok())
+    return failed;
+  if (machine_->directories.contains(name) || machine_->names.contains(name))
+    return machine_->directories.contains(name);
   return Status{ENOENT};
 }
 
 Result<std::uint64_t> SimulatedSystem::free_bytes(const std::string& directory) {
   const std::string name = with_slashes(directory);
-  const Verdict verdict = machine_->admit({Operation::query_free_bytes, name});
-  if (verdict.code != 0)
-    return Status{verdict.code};
+  if (const Status failed = admit(Operation::query_free_bytes, name); !failed.ok())
+    return failed;
   if (!machine_->directories.contains(name))
     return Status{ENOENT};
   return std::uint64_t{machine_->free_bytes};
 }
 
 Result<std::string> SimulatedSystem::error_text(std::uint32_t code) {
-  const Verdict verdict = machine_->admit({Operation::look_up_error, ""});
-  if (verdict.code != 0)
-    return Status{verdict.code};
+  if (const Status failed = admit(Operation::look_up_error); !failed.ok())
+    return failed;
   const auto found = machine_->error_texts.find(code);
-  if (found != machine_->error_texts.end())
-    return std::string(found->second);
-  return "simulated error " + std::to_string(code);
+  return found != machine_->error_texts.end() ? found->second : "simulated error " + std::to_string(code);
 }
 
 Status SimulatedSystem::disk_full() const {
   return Status{ENOSPC};
 }
 
-std::uint64_t SimulatedSystem::monotonic_microseconds() {
-  return machine_->monotonic_microseconds;
-}
-
-std::int64_t SimulatedSystem::calendar_seconds() {
-  return static_cast<std::int64_t>(machine_->calendar_microseconds / microseconds_per_second);
-}
-
 Result<platform::FileTime> SimulatedSystem::file_time_now() {
-  const Verdict verdict = machine_->admit({Operation::query_clock, ""});
-  if (verdict.code != 0)
-    return Status{verdict.code};
+  if (const Status failed = admit(Operation::query_clock); !failed.ok())
+    return failed;
   return platform::FileTime{machine_->calendar_microseconds};
-}
-
-void SimulatedSystem::end_on_interrupt(const std::string& last_words) {
-  machine_->last_words = last_words;
-}
-
-void SimulatedSystem::hold_interrupts(bool hold) {
-  machine_->interrupts_held = hold;
-}
-
-bool SimulatedSystem::is_terminal(platform::Stream stream) {
-  return machine_->terminals[static_cast<std::size_t>(stream)];
 }
 
 }  // namespace simulation
