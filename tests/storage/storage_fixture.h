@@ -9,12 +9,15 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
+#include "common/bytes.h"
 #include "metadb/storage/backing_store.h"
 #include "metadb/storage/block_copy.h"
 #include "metadb/storage/buffer_cache.h"
 #include "metadb/storage/journal.h"
+#include "metadb/storage/journal_format.h"
 #include "metadb/storage/mapped_journal.h"
 #include "metadb/storage/mdb_header.h"
 #include "observe.h"
@@ -24,17 +27,12 @@ using support::thrown_by;
 using Bytes = std::vector<std::byte>;
 
 inline Bytes bytes_of(std::string_view text) {
-  Bytes result;
-  for (const char c : text)
-    result.push_back(static_cast<std::byte>(c));
-  return result;
+  const auto bytes = std::as_bytes(std::span(text));
+  return {bytes.begin(), bytes.end()};
 }
 
 inline std::string text_of(std::span<const std::byte> bytes) {
-  std::string result;
-  for (const std::byte b : bytes)
-    result.push_back(std::to_integer<char>(b));
-  return result;
+  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
 class StorageTest : public testing::Test {
@@ -44,8 +42,7 @@ class StorageTest : public testing::Test {
 
   ~StorageTest() override { forget(); }
 
-  void create(std::size_t store_bytes, std::size_t journal_bytes, std::uint32_t block_size = 512) {
-    block_size_ = block_size;
+  void create(std::size_t store_bytes, std::size_t journal_bytes) {
     sim_.add_file(store_path, Bytes(store_bytes));
     sim_.add_file(journal_path, Bytes(journal_bytes));
     mdb::journal_map(journal_path, 0, 0, true);
@@ -59,7 +56,7 @@ class StorageTest : public testing::Test {
     mdb::journal_validate();
   }
 
-  void map() {
+  void map() const {
     mdb::backing_open(store_path);
     mdb::set_block_size(block_size_);
     mdb::journal_map(journal_path, 0, 0, true);
@@ -88,21 +85,14 @@ class StorageTest : public testing::Test {
     transaction.end(lazy);
   }
 
-  // What a private copy of the block shows at `offset` of the store.
-  std::string seen(std::uint64_t offset, std::size_t length) const {
-    const auto copy = mdb::read_block_copy(static_cast<std::uint32_t>(offset / block_size_));
-    return text_of(copy.bytes().subspan(offset % block_size_, length));
-  }
-
   std::string in_file(std::uint64_t offset, std::size_t length) const {
     return text_of(sim_.contents(store_path)).substr(offset, length);
   }
 
   // Whether a line has this text, behind its level and area.
   static bool logged(const std::string& text) {
-    return std::ranges::any_of(support::LogCapture::lines(), [&](const std::string& line) {
-      return line.substr(line.find(' ', line.find(' ') + 1) + 1) == text;
-    });
+    return std::ranges::any_of(support::LogCapture::lines(),
+                               [&](const std::string& line) { return line.ends_with(' ' + text); });
   }
 
   simulation::SimulatedSystem sim_;

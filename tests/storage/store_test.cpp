@@ -1,0 +1,133 @@
+// The store's file, its header, and the mapping of its journal.
+
+#include <cerrno>
+#include <functional>
+#include <system_error>
+
+#include "storage_fixture.h"
+
+namespace {
+
+using StoreTest = StorageTest;
+
+TEST_F(StoreTest, SizeIsFoundByProbingAndGrowsByAFifthInWholeBlocks) {
+  for (const std::size_t size : {0U, 1U, 2U, 8191U, 8192U, 8193U, 16384U, 100'001U, 1000U}) {
+    sim_.add_file(store_path, Bytes(size));
+    mdb::backing_open(store_path);
+    EXPECT_EQ(mdb::backing_size(), std::max<std::size_t>(size, 1)) << "an empty file counts as one byte long";
+  }
+  mdb::set_block_size(512);
+  mdb::backing_grow(0);
+  EXPECT_EQ(mdb::backing_size(), 1512U);
+  mdb::backing_grow(20);
+  EXPECT_EQ(sim_.contents(store_path), Bytes(1512 + 19 * 512)) << "up to the block that must be addressable";
+  EXPECT_TRUE(logged("Attempting to grow MDB from 1000 bytes to 1512 bytes"));
+}
+
+TEST_F(StoreTest, AccessIsLimitedToTheStoreAndTheJournal) {
+  sim_.add_file(store_path, Bytes(5000));
+  sim_.add_file(journal_path, Bytes(20'000));
+  sim_.set_error_text(2, "not there\r\n");
+  mdb::backing_open(store_path);
+  mdb::set_block_size(512);
+  Bytes ten(10);
+  const std::string no_map = "io: Cannot memory map journal: ";
+  const std::pair<std::function<void()>, std::string> cases[] = {
+      {[&] { mdb::byte_read(ten, 4990); }, "nothing"},
+      {[&] { mdb::byte_read(ten, 4991); }, "range: Read beyond end of object backing store attempted"},
+      {[&] { mdb::byte_write(ten, 4991, false); },
+       "range: Write beyond end of object backing store attempted"},
+      {[&] { mdb::byte_write(ten, 6000, true); }, "nothing"},
+      {[&] { mdb::byte_write(ten, ~std::uint64_t{0} - 20, true); },
+       "seek: Unable to seek to position in MDB"},
+      {[] { mdb::journal_map("/nowhere", 0, 0, true); },
+       "open: Cannot open journal in \"/nowhere\": not there"},
+      {[] { mdb::journal_map(journal_path, 0, std::uint64_t{1} << 32, true); },
+       no_map + std::generic_category().message(EFBIG)},
+      {[] { mdb::backing_open("/nowhere"); }, "open: Cannot open database for read/write in \"/nowhere\""},
+  };
+  for (const auto& [call, words] : cases) {
+    EXPECT_EQ(thrown_by(call), words);
+    EXPECT_TRUE(!mdb::backing_is_open() || mdb::backing_size() == 5000) << "only growth changes the size";
+  }
+}
+
+// An MDB of 20 blocks of 8192 bytes whose allocation map is 2 blocks long.
+class HeaderTest : public StorageTest {
+ protected:
+  HeaderTest() {
+    sim_.add_file(store_path, Bytes(std::size_t{20} * 8192));
+    sim_.add_file(journal_path, Bytes(8192));
+    mdb::backing_open(store_path);
+  }
+
+  static void write_external(const std::string& path) {
+    mdb::mdb_write_header({8192, mdb::JournalPlacement::external, path, 0, 1, {3, 4}, 1, 3});
+  }
+
+  static void reopen(const std::optional<std::string>& journal = std::nullopt) {
+    mdb::backing_open(store_path);
+    mdb::mdb_open_header(journal);
+  }
+
+  std::uint32_t word(std::size_t offset) const { return bytes::load_u32(sim_.contents(store_path), offset); }
+};
+
+TEST_F(HeaderTest, JournalPathIsPaddedToEight) {
+  for (const std::size_t length : {8U, 9U, 976U, 977U, 984U, 985U, 992U}) {
+    const std::string path = "/" + std::string(length - 1, 'x');
+    write_external(path);
+    sim_.add_file(path, Bytes(4096));
+    reopen();
+    EXPECT_EQ(mdb::data_first(), 3U) << "path of " << length;
+    EXPECT_EQ(mdb::journal_bytes().size(), 4096U);
+    EXPECT_EQ(word(16), (length + 7) / 8 * 8);
+    EXPECT_EQ(word(20 + word(16)), 2U) << "the roots follow, past the first kilobyte if need be";
+  }
+  EXPECT_EQ(mdb::address_limit(), std::uint64_t{2} * 8192 * 8192);
+  reopen(journal_path);
+  EXPECT_EQ(mdb::journal_bytes().size(), 8192U) << "the caller's path goes before the stored one";
+  EXPECT_FALSE(sim_.open(journal_path, platform::Sharing::readers).ok()) << "it is nobody else's";
+  EXPECT_EQ(thrown_by([] { write_external(std::string(993, 'x')); }), "internal: Too long journal path");
+}
+
+TEST_F(HeaderTest, InternalJournalCountIsOverwrittenByTheTail) {
+  mdb::mdb_write_header({8192, mdb::JournalPlacement::internal, "", 1, 4, {7, 8}, 5, 7});
+  EXPECT_EQ(word(20), 0U);
+  EXPECT_EQ(word(21), 2U);
+  reopen();
+  EXPECT_TRUE(logged("Using 8192 byte MDB blocks"));
+  EXPECT_TRUE(logged("Will use 155648 as journal length"));
+  EXPECT_TRUE(logged("Journal: [8192 : 163840)"));
+  EXPECT_EQ(mdb::journal_bytes().size(), std::size_t{4} * 8192) << "no entry is placed over the map";
+  std::ranges::copy(bytes_of("journal"), mdb::journal_bytes().begin());
+  EXPECT_EQ(in_file(8192, 7), "journal");
+}
+
+TEST_F(HeaderTest, DamagedHeadersAreRefused) {
+  const std::string alien = "fubar: MDB file does not look like a Quenor Meta Database";
+  const std::size_t tail = 20 + 16;  // the path's ten characters are padded to sixteen
+  std::vector<std::tuple<std::size_t, std::uint32_t, std::string>> cases = {
+      {0, 0x51'4D'44'43, alien},
+      {4, 7, "unsupported: This version of Quenor does not support version 7 databases"},
+      {12, 3, "unsupported: Unknown journal type"},
+      {16, 12, alien},
+      {tail, 2100, alien},
+      {tail + 4, 2, "fubar: Non-index node at index-block 2"},
+      {tail + 16, 3, alien},
+      {tail + 20, 21, alien},
+  };
+  for (const std::uint32_t size : {0U, 1U, 32U, 8191U, 1U << 21, ~0U}) {
+    const std::string start = "unsupported: Blocksize is " + std::to_string(size);
+    cases.emplace_back(8, size, start + " bytes - but it must be a power of two");
+  }
+  for (const auto& [offset, value, thrown] : cases) {
+    write_external(journal_path);
+    Bytes stored(4);
+    bytes::store_u32(stored, 0, value);
+    mdb::byte_write(stored, offset, false);
+    EXPECT_EQ(thrown_by([] { reopen(); }), thrown) << value << " at " << offset;
+  }
+}
+
+}  // namespace
