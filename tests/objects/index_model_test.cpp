@@ -22,6 +22,9 @@ class IndexModel : public testing::TestWithParam<Plan> {
 
   static Key key_of(const Row& row) { return {row[0], row[1]}; }
   static ObjectReference data_of(const Row& row) { return {row[2], row[3]}; }
+  static Row row_of(const Key& key, ObjectReference data) {
+    return {key.k0, key.k1, data.block, data.offset};
+  }
 
   std::uint32_t pick(std::uint32_t below) { return static_cast<std::uint32_t>(random() % below); }
   Row pick_row() {
@@ -74,23 +77,20 @@ class IndexModel : public testing::TestWithParam<Plan> {
   void check() {
     expect_sound(false);
     const Tree tree = tree_of(plan.index);
-    std::vector<Row> found;
+    std::multiset<Row> found;
     for (const Tree::Entry& entry : tree.entries)
-      found.push_back({entry.key.k0, entry.key.k1, entry.data.block, entry.data.offset});
-    std::ranges::sort(found);
+      found.insert(row_of(entry.key, entry.data));
     EXPECT_TRUE(std::ranges::equal(found, rows));
     depth = std::max(depth, tree.depth);
 
     const Key key = key_of(pick_row());
-    found.clear();
+    const std::set<Row> expected(rows.lower_bound({key.k0, key.k1, 0, 0}),
+                                 rows.lower_bound({key.k0, key.k1 + 1, 0, 0}));
+    std::set<Row> met;
     for (auto cursor = mdb::nonunique_search(plan.index, key);
-         cursor && !cursor->at_end() && cursor->key() == key; mdb::leaf_cursor_next(*cursor)) {
-      found.push_back({key.k0, key.k1, cursor->data().block, cursor->data().offset});
-    }
-    std::ranges::sort(found);
-    const std::vector<Row> expected(rows.lower_bound({key.k0, key.k1, 0, 0}),
-                                    rows.lower_bound({key.k0, key.k1 + 1, 0, 0}));
-    EXPECT_EQ(found, expected);
+         cursor && !cursor->at_end() && cursor->key() == key; mdb::leaf_cursor_next(*cursor))
+      EXPECT_TRUE(met.insert(row_of(key, cursor->data())).second);
+    EXPECT_EQ(met, expected);
   }
 
   const Plan plan = GetParam();

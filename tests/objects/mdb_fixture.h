@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <functional>
 #include <map>
 #include <random>
 #include <string>
@@ -58,13 +59,6 @@ class TestMdb : public MdbShape {
     open();
   }
 
-  // Changes a byte of the file. REQUIRES: the database is closed.
-  void poke(std::uint64_t offset, std::uint8_t value) {
-    Bytes bytes = sim.contents(mdb_path);
-    bytes.at(offset) = static_cast<std::byte>(value);
-    sim.set_contents(mdb_path, bytes);
-  }
-
   simulation::SimulatedSystem sim;
 
  private:
@@ -83,33 +77,41 @@ struct IndexMdb : TestMdb {
   }
 };
 
-inline void set_class(std::uint32_t block, BlockClass block_class) {
-  mdb::Transaction transaction;
-  mdb::mark_block(block, block_class);
-  transaction.end();
-}
-
-// Puts a word into a block, whatever damage that does.
-inline void set_word(std::uint32_t block, std::uint32_t offset, std::uint32_t word) {
-  std::byte bytes[4];
-  bytes::store_u32(bytes, 0, word);
+// Puts bytes into a block, whatever damage that does.
+inline void set_bytes(std::uint32_t block, std::uint32_t offset, std::span<const std::byte> bytes) {
   mdb::Transaction transaction;
   mdb::transaction_update(bytes, std::uint64_t{block} * mdb::block_size() + offset);
   transaction.end();
+}
+
+inline void set_word(std::uint32_t block, std::uint32_t offset, std::uint32_t word) {
+  std::byte bytes[4];
+  bytes::store_u32(bytes, 0, word);
+  set_bytes(block, offset, bytes);
 }
 
 inline std::uint32_t word_of(std::uint32_t block, std::size_t offset) {
   return bytes::load_u32(mdb::read_block_copy(block).bytes(), offset);
 }
 
+inline void set_class(std::uint32_t block, BlockClass block_class) {
+  mdb::Transaction transaction;
+  mdb::mark_block(block, block_class);
+  transaction.end();
+}
+
 // Every byte of the store as it is now.
 inline Bytes contents() {
-  Bytes all;
-  for (std::uint32_t block = 0; block < mdb::backing_size() / mdb::block_size(); ++block) {
-    const mdb::BlockBuffer copy = mdb::read_block_copy(block);
-    all.insert(all.end(), copy.bytes().begin(), copy.bytes().end());
-  }
+  Bytes all(mdb::backing_size());
+  mdb::read_bytes_current(all, 0);
   return all;
+}
+
+// The call is refused in these words and changes nothing.
+inline void expect_refusal(const std::function<void()>& call, std::string_view words) {
+  const Bytes before = contents();
+  EXPECT_EQ(thrown_by(call), words);
+  EXPECT_TRUE(contents() == before) << words;
 }
 
 inline Tree tree_of(std::uint32_t index) {
@@ -140,10 +142,8 @@ inline void put_layout(std::uint32_t block, const Layout& layout, BlockClass blo
     offset += length;
   }
   ASSERT_EQ(offset, mdb::block_size());
-  mdb::Transaction transaction;
-  mdb::transaction_update(bytes, std::uint64_t{block} * mdb::block_size());
-  mdb::mark_block(block, block_class);
-  transaction.end();
+  set_bytes(block, 0, bytes);
+  set_class(block, block_class);
 }
 
 // The items of a block; fails the test when they do not tile it.
