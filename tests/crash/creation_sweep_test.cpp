@@ -6,28 +6,24 @@
 //   R3  What a failed or cut run has left is never taken for whole: the next run either refuses it or, where
 //       nothing was left, makes everything anew.
 //
-// Reads of one byte are left out: they find out where a file ends, and one that fails means the end.
 // Of the thousands of writes that only fill a file with zeros, QUENOR_SWEEP_STRIDE says every how manieth is
 // taken; 1 takes them all.
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <cstdlib>
 #include <iostream>
 #include <optional>
 
 #include "inspect/inspection.h"
-#include "simulation/simulated_system.h"
 #include "small_pair.h"
+#include "sweep.h"
 #include "tool_run.h"
 
 namespace {
 
 using simulation::Kept;
 using simulation::SimulatedSystem;
-using Outcome = support::ToolRun;
-
-constexpr const char* paths[] = {"/db/main.odb", "/db/main.odbj", "/db/main.tsdb"};
 
 struct Mode {
   const char* name;
@@ -54,41 +50,41 @@ class CreationSweep : public testing::TestWithParam<Mode> {
  protected:
   using Files = std::vector<std::optional<std::vector<std::byte>>>;
 
-  static SimulatedSystem new_computer() {
-    SimulatedSystem computer;
-    computer.add_directory("/db");
-    computer.set_free_bytes(1U << 26);
-    return computer;
-  }
+  struct Computer : SimulatedSystem {
+    explicit Computer(std::uint64_t room = 1U << 26) {
+      add_directory("/db");
+      set_free_bytes(room);
+    }
+  };
 
-  static Outcome run(SimulatedSystem& computer) {
+  static support::ToolRun run(SimulatedSystem& computer) {
     const simulation::Installed use(computer);
-    const Outcome outcome = support::run_tool(GetParam().options, GetParam().answers);
+    support::ToolRun outcome = support::run_tool(GetParam().options, GetParam().answers);
     support::drop_databases();
     return outcome;
   }
 
   static Files files_of(const SimulatedSystem& computer) {
     Files files;
-    for (const char* path : paths)
+    for (const char* path : {"/db/main.odb", "/db/main.odbj", "/db/main.tsdb"})
       files.push_back(computer.has_file(path) ? std::optional(computer.contents(path)) : std::nullopt);
     return files;
   }
 
-  // Numbers of the operations that are made to fail, from 1 on.
-  static std::vector<std::uint64_t> chosen_operations(const std::vector<simulation::Event>& events) {
+  static std::vector<std::uint64_t> chosen_operations(const SimulatedSystem& undisturbed) {
     const char* wanted = std::getenv("QUENOR_SWEEP_STRIDE");
     const std::uint64_t stride = wanted != nullptr ? std::strtoull(wanted, nullptr, 10) : 128;
     std::vector<std::uint64_t> chosen;
+    simulation::Event before{simulation::Operation::any};
     std::uint64_t row = 0;  // length of the row of writes that follow one another in a file
-    for (std::size_t i = 0; i < events.size(); ++i) {
-      const bool is_alike = i > 0 && events[i].operation == simulation::Operation::write &&
-                            events[i - 1].operation == simulation::Operation::write &&
-                            events[i].position == events[i - 1].position + events[i - 1].length;
+    for (const std::uint64_t number : crash::operations_to_disturb(undisturbed)) {
+      const simulation::Event& event = undisturbed.events()[number - 1];
+      const bool is_alike = event.matches(simulation::Operation::write, before.path) &&
+                            event.position == before.position + before.length && event.position != 0;
       row = is_alike ? row + 1 : 0;
-      const bool probes = events[i].operation == simulation::Operation::read && events[i].length == 1;
-      if (!probes && (row % stride == 0 || row == 1))
-        chosen.push_back(i + 1);
+      if (row % stride == 0 || row == 1)
+        chosen.push_back(number);
+      before = event;
     }
     return chosen;
   }
@@ -100,19 +96,6 @@ class CreationSweep : public testing::TestWithParam<Mode> {
     EXPECT_TRUE(files_of(after_a_cut) == whole_);
   }
 
-  void expect_stated(const Outcome& outcome) const {
-    EXPECT_EQ(outcome.status, 1);
-    for (const char* start : {"Unable to ", "Cannot ", "write returned 0", "Failed closing "}) {
-      if (outcome.last_words.starts_with(start))
-        return;
-    }
-    for (const char* part : {"TSDB I/O error: ", "MDB I/O error: ", "TSDB Error: ", "MDB Error: "}) {
-      if (outcome.last_words.find(part) != std::string::npos)
-        return;
-    }
-    ADD_FAILURE() << outcome.last_words;
-  }
-
   // R3, after the inspection has looked at what is there.
   void expect_not_taken_for_whole(SimulatedSystem& computer) const {
     computer.clear_faults();
@@ -121,51 +104,52 @@ class CreationSweep : public testing::TestWithParam<Mode> {
       (void)inspect::inspect_pair("/db", std::nullopt);
     }
     const Files left = files_of(computer);
-    const Outcome next = run(computer);
+    const support::ToolRun next = run(computer);
     const Files now = files_of(computer);
     if (next.status == 0)
       return expect_as_undisturbed(computer);
-    EXPECT_TRUE(next.last_words.starts_with("Unable to create file \"/db\\main.")) << next.last_words;
+    EXPECT_THAT(next.last_words, testing::StartsWith("Unable to create file \"/db\\main."));
     for (std::size_t i = 0; i < left.size(); ++i)
-      EXPECT_TRUE(!left[i] || now[i] == left[i]) << paths[i] << " was overwritten";
+      EXPECT_TRUE(!left[i] || now[i] == left[i]) << "file " << i << " was overwritten";
   }
 
-  void cut_the_power(const SimulatedSystem& computer, std::uint64_t operation) {
+  // Returns whether the run has failed, as it should then.
+  bool fails_with_a_message(SimulatedSystem& computer) const {
+    const support::ToolRun outcome = run(computer);
+    if (outcome.status == 0) {
+      expect_as_undisturbed(computer);
+      return false;
+    }
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.last_words,
+                testing::ContainsRegex("^(Unable to |Cannot |write returned 0|Failed closing )|"
+                                       "(TSDB|MDB) (I/O error|Error): "));
+    return true;
+  }
+
+  // Once, from then on, or with pieces written only; and with the power gone.
+  void disturb(std::uint64_t operation) {
+    SCOPED_TRACE(testing::Message() << "operation " << operation);
+    Computer computer;
+    computer.inject({.occurrence = operation,
+                     .lasting = operation % 3 == 1,
+                     .transfer_limit = operation % 3 == 2 ? std::optional<std::size_t>(100) : std::nullopt});
+    if (fails_with_a_message(computer))
+      expect_not_taken_for_whole(computer);
+
+    Computer dark;
+    dark.inject({.occurrence = operation, .power_fails = true});
+    if (!fails_with_a_message(dark))
+      return;
     constexpr Kept others[] = {Kept::all_but_one, Kept::random_sectors, Kept::random_writes,
                                Kept::everything};
     for (const Kept kept : {Kept::nothing, others[operation % std::size(others)]}) {
-      SCOPED_TRACE(testing::Message() << "kept " << static_cast<int>(kept));
-      SimulatedSystem cut(computer);
+      SCOPED_TRACE(testing::Message() << "power cut, kept " << static_cast<int>(kept));
+      SimulatedSystem cut(dark);
       cut.power_cut({kept, operation});
       expect_not_taken_for_whole(cut);
       crash_states_ += 1;
     }
-  }
-
-  void disturb(std::uint64_t operation, bool cuts_power) {
-    SCOPED_TRACE(testing::Message() << "operation " << operation << (cuts_power ? ", power cut" : ""));
-    SimulatedSystem computer = new_computer();
-    // Once, from then on, and with pieces written only.
-    computer.inject({.occurrence = operation,
-                     .lasting = operation % 3 == 1,
-                     .power_fails = cuts_power,
-                     .transfer_limit =
-                         !cuts_power && operation % 3 == 2 ? std::optional<std::size_t>(100) : std::nullopt});
-    if (!cuts_power)
-      return fail_or_end_whole(computer);
-    const Outcome outcome = run(computer);
-    if (outcome.status == 0)
-      return expect_as_undisturbed(computer);
-    expect_stated(outcome);
-    cut_the_power(computer, operation);
-  }
-
-  void fail_or_end_whole(SimulatedSystem& computer) {
-    const Outcome outcome = run(computer);
-    if (outcome.status == 0)
-      return expect_as_undisturbed(computer);
-    expect_stated(outcome);
-    expect_not_taken_for_whole(computer);
   }
 
   Files whole_;
@@ -173,21 +157,19 @@ class CreationSweep : public testing::TestWithParam<Mode> {
 };
 
 TEST_P(CreationSweep, EndsWholeOrWithAMessageWhicheverOperationFails) {
-  SimulatedSystem undisturbed = new_computer();
+  Computer undisturbed;
   ASSERT_EQ(run(undisturbed).status, 0);
   whole_ = files_of(undisturbed);
   expect_as_undisturbed(undisturbed);
-  const std::vector<std::uint64_t> operations = chosen_operations(undisturbed.events());
+  const std::vector<std::uint64_t> operations = chosen_operations(undisturbed);
   const std::size_t step = std::getenv("QUENOR_SWEEP_STRIDE") != nullptr ? 1 : GetParam().step;
-  for (std::size_t i = 0; i < operations.size() && !HasFailure(); i += step) {
-    disturb(operations[i], false);
-    disturb(operations[i], true);
-  }
+  for (std::size_t i = 0; i < operations.size() && !HasFailure(); i += step)
+    disturb(operations[i]);
   for (std::uint64_t room = 0; room < (26U << 20) && !HasFailure(); room += (1U << 21) - 1'000) {
     SCOPED_TRACE(testing::Message() << room << " bytes on the disk");
-    SimulatedSystem computer = new_computer();
-    computer.set_free_bytes(room);
-    fail_or_end_whole(computer);
+    Computer computer(room);
+    if (fails_with_a_message(computer))
+      expect_not_taken_for_whole(computer);
   }
   std::cout << crash_states_ << " crash states\n";
 }

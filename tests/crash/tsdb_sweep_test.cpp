@@ -10,6 +10,7 @@
 #include <stdexcept>
 
 #include "inspect/inspection.h"
+#include "sweep.h"
 #include "timeseries/check_ids.h"
 #include "timeseries/growth.h"
 #include "timeseries/levels.h"
@@ -18,8 +19,6 @@
 
 namespace tsdb_test {
 namespace {
-
-using simulation::Kept;
 
 using Kinds = std::map<ChainKind, Entries>;
 
@@ -46,34 +45,18 @@ class TsdbSweep : public TsdbTest, public testing::WithParamInterface<std::uint3
     return kinds;
   }
 
-  void sync() {
-    in_doubt_ = in_memory();
-    tsdb::sync_chains();
-    committed_ = in_doubt_;
+  // What has just been reported to be durable; the life without a disturbance says what it is.
+  void done() {
+    if (is_undisturbed_)
+      committed_.push_back(in_memory());
+    done_ += 1;
   }
 
-  // Which entry the new check ID will have is known beforehand, as it is durable on return.
-  void allocate_check_id(std::uint32_t level) {
-    tsdb::Chain& chain = current_chain(ChainKind::check);
-    const std::int32_t free = tsdb::find_free_check_entry(chain);
-    const std::uint32_t id = free >= 0 ? static_cast<std::uint32_t>(free) : tsdb::chain_pointer_count(chain);
-    in_doubt_ = in_memory();
-    in_doubt_[ChainKind::check][id] = {1, level};
-    EXPECT_EQ(tsdb::allocate_check_id(1, level), static_cast<std::int32_t>(id));
-    committed_ = in_doubt_;
-  }
-
-  // What it leaves is known from the undisturbed life.
-  void allocate_series(std::uint32_t round) {
-    in_doubt_ = after_series_[round];
-    tsdb::allocate_described_ts({.datatype = 1, .levels = {{60, 1}, {30, 2}}});
-    committed_ = after_series_[round] = in_memory();
-  }
-
-  // Levels, series, pointers and check IDs, so that all chains and the file have to grow; two syncs a round,
-  // at least three for each set in all.
+  // Levels, series, pointers and check IDs, so that all chains and the file have to grow; three syncs a
+  // round, at least three for each set in all.
   void live() {
     Random random(GetParam());
+    done();
     for (std::uint32_t round = 0; round < 3 * GetParam() / 2 + 1; ++round) {
       std::uint32_t level = 0;
       for (std::uint32_t i = 0; i < 12; ++i)
@@ -85,20 +68,21 @@ class TsdbSweep : public TsdbTest, public testing::WithParamInterface<std::uint3
       }
       tsdb::set_chain_pointer(current_chain(ChainKind::head), level, 1 + round);
       tsdb::set_chain_pointer(current_chain(ChainKind::tail), level, 1 + round);
-      sync();
-      allocate_check_id(level);
-      allocate_series(round);
+      tsdb::sync_chains();
+      done();
+      tsdb::allocate_check_id(1, level);
+      done();
+      tsdb::allocate_described_ts({.datatype = 1, .levels = {{60, 1}, {30, 2}}});
+      done();
     }
   }
 
-  static constexpr std::uint64_t never = ~std::uint64_t{0};
-
-  // Lives until the operation that fails; false when it was never reached.
+  // Lives until the operation that fails; false when it was never reached, as number 0 is.
   bool live_to(std::uint64_t operation, bool cuts_power) {
     sim.clear_faults();
     make_database(40, GetParam(), 1, block_size);
-    committed_ = in_memory();
-    in_doubt_ = committed_;
+    done_ = 0;
+    is_undisturbed_ = operation == 0;
     sim.inject({.occurrence = operation, .lasting = operation % 2 == 0, .power_fails = cuts_power});
     try {
       live();
@@ -108,66 +92,52 @@ class TsdbSweep : public TsdbTest, public testing::WithParamInterface<std::uint3
     }
   }
 
-  // T1 and T2 of a kind.
-  void expect_committed(const reader::Tsdb& tsdb, ChainKind kind) const {
-    reader::Chain newest;
-    std::uint32_t unreadable = 0;
-    for (std::uint32_t set = 0; set < GetParam(); ++set) {
-      try {
-        reader::Chain chain = tsdb.chain(static_cast<reader::Kind>(kind), set);
-        if (newest.blocks.empty() || chain.timestamp > newest.timestamp)
-          newest = std::move(chain);
-      } catch (const std::runtime_error&) {
-        unreadable += 1;
-      }
-    }
-    EXPECT_LE(unreadable, 1U);
-    const auto of = [kind](const Kinds& kinds) {
-      const auto entries = kinds.find(kind);
-      return entries != kinds.end() ? entries->second : Entries();
-    };
-    EXPECT_TRUE(newest.used == of(committed_) || newest.used == of(in_doubt_));
+  void expect_committed_or_in_doubt(const simulation::SimulatedSystem& system) {
+    expect_one_of(system, committed_[done_ - 1], committed_[done_]);
   }
 
-  void expect_committed() {
-    sim.clear_faults();
-    expect_committed_on(sim);
-  }
-
-  void expect_committed_on(const simulation::SimulatedSystem& system) const {
+  // T1 and T2.
+  static void expect_one_of(const simulation::SimulatedSystem& system, Kinds committed, Kinds in_doubt) {
     const inspect::Inspection inspection = inspect::inspect_pair("/db", std::nullopt);
     for (const inspect::Finding& finding : inspection.report.findings())
       EXPECT_EQ(finding.severity, inspect::Severity::note) << finding.text;
     const reader::Tsdb tsdb = durable_on(system);
     for (const tsdb::ChainTraits& traits : tsdb::chain_traits) {
       SCOPED_TRACE(traits.name);
-      expect_committed(tsdb, traits.kind);
+      reader::Chain newest;
+      std::uint32_t unreadable = 0;
+      for (std::uint32_t set = 0; set < GetParam(); ++set) {
+        try {
+          reader::Chain chain = tsdb.chain(static_cast<reader::Kind>(traits.kind), set);
+          if (newest.blocks.empty() || chain.timestamp > newest.timestamp)
+            newest = std::move(chain);
+        } catch (const std::runtime_error&) {
+          unreadable += 1;
+        }
+      }
+      EXPECT_LE(unreadable, 1U);
+      EXPECT_TRUE(newest.used == committed[traits.kind] || newest.used == in_doubt[traits.kind]);
     }
   }
 
-  Kinds committed_;
-  Kinds in_doubt_;
-  std::map<std::uint32_t, Kinds> after_series_;  // by the round of the life
+  std::vector<Kinds> committed_;  // of the undisturbed life, by what is done
+  std::size_t done_ = 0;
+  bool is_undisturbed_ = false;
 };
 
 TEST_P(TsdbSweep, ACutLosesNothingThatASyncHasCommitted) {
-  ASSERT_FALSE(live_to(never, false));
+  ASSERT_FALSE(live_to(0, false));
   std::uint64_t crash_states = 0;
   for (std::uint64_t operation = 1; live_to(operation, true) && !HasFailure(); ++operation) {
     tsdb::tsdb_close();
-    std::vector<simulation::Policy> policies;
-    for (const Kept kept : {Kept::everything, Kept::nothing, Kept::random_writes, Kept::random_sectors})
-      policies.push_back({kept, operation});
-    for (std::size_t missing = 0; missing < sim.unsynced_count(); ++missing)
-      policies.push_back({Kept::all_but_one, missing});
-    for (const simulation::Policy& policy : policies) {
+    for (const simulation::Policy& policy : crash::every_cut(sim, operation)) {
       SCOPED_TRACE(testing::Message() << "operation " << operation << ", kept "
                                       << static_cast<int>(policy.kept) << ", seed " << policy.seed);
       simulation::SimulatedSystem cut(sim);
       const simulation::Installed use(cut);
       cut.clear_faults();
       cut.power_cut(policy);
-      expect_committed_on(cut);
+      expect_committed_or_in_doubt(cut);
       crash_states += 1;
     }
   }
@@ -176,15 +146,16 @@ TEST_P(TsdbSweep, ACutLosesNothingThatASyncHasCommitted) {
 }
 
 TEST_P(TsdbSweep, ALaterSyncMakesUpForAnyFailure) {
-  ASSERT_FALSE(live_to(never, false));
+  ASSERT_FALSE(live_to(0, false));
   for (std::uint64_t operation = 1; live_to(operation, false) && !HasFailure(); ++operation) {
     SCOPED_TRACE(testing::Message() << "operation " << operation);
-    expect_committed();
+    sim.clear_faults();
+    expect_committed_or_in_doubt(sim);
     for (const tsdb::ChainTraits& traits : tsdb::chain_traits)
       current_chain(traits.kind).mark_dirty();
-    sync();
-    in_doubt_ = committed_;
-    expect_committed();
+    const Kinds kinds = in_memory();
+    tsdb::sync_chains();
+    expect_one_of(sim, kinds, kinds);
   }
 }
 

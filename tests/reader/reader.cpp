@@ -9,18 +9,13 @@
 namespace reader {
 namespace {
 
-template <typename... Pieces>
-void require(bool condition, const Pieces&... pieces) {
-  if (condition)
-    return;
-  std::ostringstream text;
-  (text << ... << pieces);
-  throw std::runtime_error(text.str());
+void require(bool condition, const std::string& what, std::uint64_t where = 0) {
+  if (!condition)
+    throw std::runtime_error(what + ' ' + std::to_string(where));
 }
 
 Span part(Span bytes, std::uint64_t offset, std::uint64_t length) {
-  require(offset <= bytes.size() && length <= bytes.size() - offset, length, " bytes at ", offset, " of ",
-          bytes.size());
+  require(offset <= bytes.size() && length <= bytes.size() - offset, "too few bytes from", offset);
   return bytes.subspan(offset, length);
 }
 
@@ -75,7 +70,7 @@ std::string describe_record(Span record) {
     const std::uint32_t length = u32_at(record, at + 4);
     const std::string value = describe_value(type, part(record, at + 12, length - 12));
     const std::uint64_t value_length = type == type_text ? value.size() + 1 : value_lengths.at(type);
-    require(length == padded(12 + value_length), "a property of ", length, " bytes");
+    require(length == padded(12 + value_length), "length of the property at", at);
     text << u32_at(record, at) << '/' << type << '=' << value << ' ';
     at += length;
   }
@@ -86,7 +81,7 @@ std::string describe_record(Span record) {
 
 Bytes read_file(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
-  require(file.is_open(), "no file ", path);
+  require(file.is_open(), "no file " + path);
   std::ostringstream contents;
   contents << file.rdbuf();
   const auto view = contents.view();
@@ -123,10 +118,10 @@ Chain Tsdb::chain(Kind kind, std::uint32_t set) const {
   const std::uint32_t width = entry_widths[kind];
   for (std::uint32_t number = u32_at(entry, 8); number != 0;) {
     const Span block = part(file, std::uint64_t{number} * block_size, block_size);
-    require(text_at(block, 0, 4) == chain_magics[kind], "magic of block ", number);
-    require(u32_at(block, 8) == set, "chain set of block ", number);
+    require(text_at(block, 0, 4) == chain_magics[kind], "magic of block", number);
+    require(u32_at(block, 8) == set, "chain set of block", number);
     const std::uint32_t number_in_run = u32_at(block, 12);
-    require(number_in_run == 0 || number_in_run == next_in_run, "number in its run of block ", number);
+    require(number_in_run == 0 || number_in_run == next_in_run, "number in its run of block", number);
     next_in_run = number_in_run + 1;
     found.run_count += number_in_run == 0 ? 1 : 0;
     for (std::uint32_t i = 0; i < capacity(kind); ++i) {
@@ -146,11 +141,11 @@ Mdb::Mdb(Bytes bytes, Bytes external_journal) : file(std::move(bytes)), journal(
   const std::uint64_t journal_field = u32_at(file, 16);  // the length of its path, or its first block
   const std::uint64_t tail = 20 + journal_field;         // whatever the journal's type
   const std::uint32_t root_count = u32_at(file, tail);
-  require(root_count == 2, root_count, " index roots");
+  require(root_count == 2, "number of index roots", root_count);
   roots = {u32_at(file, tail + 4), u32_at(file, tail + 8)};
   bitmap_first = u32_at(file, tail + 16);
   data_first = u32_at(file, tail + 20);
-  require(journal_type == (journal.empty() ? 1 : 2), "journal of type ", journal_type);
+  require(journal_type == (journal.empty() ? 1 : 2), "journal of type", journal_type);
   if (journal_type == 2) {
     journal_path = text_at(file, 20, journal_field);
   } else {
@@ -164,7 +159,7 @@ void Mdb::replay() {
   require(text_at(journal, 0, 4) == "JHDR" && u32_at(journal, 4) == 1, "header of the journal");
   for (std::uint64_t i = 0; i < 2; ++i) {
     const Span pointer = part(journal, 16 + 16 * i, 16);
-    require(u32_at(pointer, 12) == crc32(pointer.first(12)), "CRC of pointer ", i);
+    require(u32_at(pointer, 12) == crc32(pointer.first(12)), "CRC of pointer", i);
     serials[i] = u64_at(pointer, 0);
   }
   // The tool begins in the journal's first half and does not come to its end.
@@ -186,8 +181,8 @@ std::uint64_t Mdb::replay_transaction(std::uint64_t begin) {
     std::ranges::copy(data, file.begin() + static_cast<std::ptrdiff_t>(target));
     at += padded(20 + length);
   }
-  require(text_at(journal, at, 4) == "TEND", "the transaction at ", begin, " has no end");
-  require(u32_at(journal, at + 4) == crc32(part(journal, begin, at - begin)), "CRC at ", at);
+  require(text_at(journal, at, 4) == "TEND", "no end of the transaction at", begin);
+  require(u32_at(journal, at + 4) == crc32(part(journal, begin, at - begin)), "CRC at", at);
   return at + 8;
 }
 
@@ -197,7 +192,7 @@ Span Mdb::block(std::uint32_t number) const {
 
 std::map<std::uint32_t, std::uint32_t> Mdb::block_classes() const {
   std::map<std::uint32_t, std::uint32_t> found;
-  const Span map = part(file, std::uint64_t{bitmap_first} * 8192, (data_first - bitmap_first) * 8192ULL);
+  const Span map = part(file, bitmap_first * 8192ULL, (data_first - bitmap_first) * 8192ULL);
   for (std::uint32_t number = 0; number < map.size(); ++number) {
     if (map[number] != 0)
       found[number] = map[number];
@@ -212,7 +207,7 @@ std::map<Place, std::string> Mdb::records() const {
     for (std::uint32_t at = 0; at < bytes.size();) {
       const std::uint32_t header = u32_at(bytes, at);
       const std::uint32_t length = header & ~1U;
-      require(length >= 4, "item at ", number, ":", at);
+      require(length >= 4, "item in block", number);
       const Span item = part(bytes, at, length);
       if ((header & 1) == 0)
         found[{number, at}] = describe_record(item.subspan(4));
@@ -224,15 +219,15 @@ std::map<Place, std::string> Mdb::records() const {
 
 std::map<Key, Place> Mdb::index(std::uint32_t number, std::uint32_t leaf) const {
   const Span root = block(roots.at(number));
-  require(block_classes()[roots[number]] == class_root && text_at(root, 0, 4) == "RINT", "root ", number);
-  require(u32_at(root, 4) == 0 && u32_at(root, 8) == leaf, "leaf of root ", number);
+  require(block_classes()[roots[number]] == class_root && text_at(root, 0, 4) == "RINT", "root", number);
+  require(u32_at(root, 4) == 0 && u32_at(root, 8) == leaf, "leaf of root", number);
   const Span bytes = block(leaf);
-  require(block_classes()[leaf] == class_leaf && text_at(bytes, 0, 4) == "LEAF", "leaf ", leaf);
-  require(u32_at(bytes, 4) == 0 && u32_at(bytes, 8) == 0, "leaf ", leaf, " has neighbours");
+  require(block_classes()[leaf] == class_leaf && text_at(bytes, 0, 4) == "LEAF", "leaf", leaf);
+  require(u32_at(bytes, 4) == 0 && u32_at(bytes, 8) == 0, "neighbours of leaf", leaf);
   std::map<Key, Place> found;
   for (std::uint64_t at = 16; at < 16 + 16ULL * u32_at(bytes, 12); at += 16) {
     const Key key = {u32_at(bytes, at), u32_at(bytes, at + 4)};
-    require(found.empty() || found.rbegin()->first < key, "order at ", at, " in leaf ", leaf);
+    require(found.empty() || found.rbegin()->first < key, "order in leaf", leaf);
     found[key] = {u32_at(bytes, at + 8), u32_at(bytes, at + 12)};
   }
   return found;

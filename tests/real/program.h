@@ -52,10 +52,8 @@ class Program {
   }
   // Waits until `text` has appeared; false when the program ends without it.
   bool shows(const std::string& text) {
-    while (process_ > 0 && output().find(text) == std::string::npos) {
+    for (; process_ > 0 && output().find(text) == std::string::npos; look(WNOHANG))
       ::usleep(100);
-      look(WNOHANG);
-    }
     return output().find(text) != std::string::npos;
   }
   void send(int signal) const { ::kill(process_, signal); }

@@ -65,13 +65,12 @@ void make(std::uint32_t id, const std::string& node) {
 void carry_out(const Changes& changes, std::uint64_t number) {
   if (number % 16 == 0)
     mdb::journal_flip(number % 32 == 0);
-  std::optional<mdb::Transaction> transaction;
-  if (changes.size() > 1)
-    transaction.emplace();
+  if (changes.size() == 1)
+    return make(changes[0].first, changes[0].second);
+  mdb::Transaction transaction;
   for (const auto& [id, node] : changes)
     make(id, node);
-  if (transaction)
-    transaction->end(number % 4 != 0);
+  transaction.end(number % 4 != 0);
 }
 
 void work(const std::string& directory, std::uint64_t seed, std::uint64_t first, std::uint64_t count) {

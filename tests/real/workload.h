@@ -29,17 +29,13 @@ inline Changes take_step(std::uint64_t seed, std::uint64_t number, State& state)
   Changes changes;
   for (std::uint32_t rest = 1 + below(4); rest > 0; --rest) {
     const std::uint32_t id = first_id + below(id_count);
-    if (state.contains(id) && below(4) == 0) {
-      state.erase(id);
-      changes.emplace_back(id, "");
-      continue;
-    }
     // One draw a statement: compilers differ in the order of arguments, and the two programs in the compiler.
     const auto letter = static_cast<char>('a' + below(26));
     const std::uint32_t parent = first_id + below(20);
     const std::string name(below(7'900), letter);
-    state[id] = text::concat(parent, ' ', name);
-    changes.emplace_back(id, state[id]);
+    if (state.erase(id) == 0 || below(4) != 0)
+      state[id] = text::concat(parent, ' ', name);
+    changes.emplace_back(id, state.contains(id) ? state[id] : "");
   }
   return changes;
 }

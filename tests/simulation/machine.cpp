@@ -1,6 +1,7 @@
 #include "simulation/machine.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace simulation {
 namespace {
@@ -49,7 +50,7 @@ void StoredFile::take_over(const View& view, std::mt19937_64* coin) {
   for (std::uint64_t begin = view.position; begin < view_end; begin = next_sector(begin)) {
     const std::uint64_t length = std::min(next_sector(begin), view_end) - begin;
     const auto stored = std::span(view.bytes).subspan(begin - view.position, length);
-    if (std::ranges::equal(stored, std::span(contents).subspan(begin, length)))
+    if (std::memcmp(stored.data(), &contents[begin], length) == 0)
       continue;
     if (coin == nullptr || (*coin)() % 2 == 0)
       write(begin, std::vector<std::byte>(stored.begin(), stored.end()));

@@ -24,7 +24,7 @@ struct Handle {
   Verdict admit(Operation operation, std::uint64_t position = 0, std::uint64_t length = 0) const {
     Verdict verdict = machine->admit({operation, path, position, length});
     const bool only_looks = operation == Operation::read || operation == Operation::close;
-    if (verdict.code == 0 && (!is_alive() || (is_read_only && !only_looks)))
+    if (verdict.code == 0 && (boot != machine->boot || (is_read_only && !only_looks)))
       verdict.code = EBADF;
     if (verdict.code == 0 && position > platform::max_position - length)
       verdict.code = EINVAL;

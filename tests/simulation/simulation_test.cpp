@@ -89,23 +89,22 @@ TEST_F(Simulation, ARandomCutKeepsWholeWritesOrTearsThemAsItsSeedSays) {
 TEST_F(Simulation, ANewNameSurvivesOnlyAfterItsDirectoryIsSynced) {
   ASSERT_TRUE(sim.create_new("/db\\kept").ok());
   ASSERT_TRUE(sim.sync_directory_of("/db\\kept").ok());
-  const auto lost = sim.create_new("/db/lost");
-  ASSERT_TRUE(lost.value()->sync().ok());
+  ASSERT_TRUE(sim.create_new("/db/lost").value()->sync().ok());
   sim.power_cut({});
   EXPECT_TRUE(sim.has_file("/db/kept"));
   EXPECT_FALSE(sim.has_file("/db/lost"));
 }
 
 TEST_F(Simulation, StoresInAMappingAreSeenAtOnceAndDurableAfterBothSyncs) {
-  auto mapping = std::move(file->map(700, 100).value());
+  const auto mapping = std::move(file->map(700, 100).value());
   mapping->bytes()[0] = std::byte{9};
   EXPECT_EQ(sim.contents("/db/file")[700], std::byte{9});
-  EXPECT_TRUE(file->sync().ok());
-  EXPECT_EQ(sim.durable_contents("/db/file")[700], std::byte{0}) << "the mapping was not synced";
-  EXPECT_TRUE(mapping->sync().ok());
-  EXPECT_EQ(sim.durable_contents("/db/file")[700], std::byte{0}) << "the file was not synced after it";
-  EXPECT_TRUE(file->sync().ok());
-  EXPECT_EQ(sim.durable_contents("/db/file")[700], std::byte{9});
+  for (const int durable : {0, 9}) {  // only a sync of the file after one of the mapping counts
+    EXPECT_TRUE(file->sync().ok());
+    EXPECT_EQ(sim.durable_contents("/db/file")[700], static_cast<std::byte>(durable));
+    EXPECT_TRUE(mapping->sync().ok());
+    EXPECT_EQ(sim.durable_contents("/db/file")[700], static_cast<std::byte>(durable));
+  }
   write(1, 1, 4);
   EXPECT_EQ(mapping->bytes()[0], std::byte{4});
 }
@@ -126,19 +125,22 @@ TEST_F(Simulation, AMappedStoreMayReachTheMediumBeforeItIsSynced) {
 }
 
 TEST_F(Simulation, FaultsWaitForTheirOperationAndAreCounted) {
-  const auto fails = [&] { return file->write_at(0, sectors_of(1, 1)).status().code; };
+  const auto codes = [&] {
+    std::vector<std::uint32_t> found;
+    for (int i = 0; i < 3; ++i) {
+      found.push_back(file->write_at(0, sectors_of(1, 1)).status().code);
+      found.push_back(file->sync().code);
+    }
+    return found;
+  };
   sim.inject({.operation = Operation::write, .path_end = "file", .occurrence = 2, .code = ENOSPC});
-  EXPECT_EQ(fails(), 0u);
-  EXPECT_TRUE(file->sync().ok());
-  EXPECT_EQ(fails(), std::uint32_t{ENOSPC});
-  EXPECT_EQ(fails(), 0u);
+  EXPECT_EQ(codes(), (std::vector<std::uint32_t>{0, 0, ENOSPC, 0, 0, 0}));
+  sim.inject({.operation = Operation::sync, .path_end = "other"});
   sim.inject({.occurrence = 2, .lasting = true});
-  EXPECT_TRUE(file->sync().ok());
-  EXPECT_FALSE(file->sync().ok());
-  EXPECT_FALSE(sim.is_directory("/db").ok());
+  EXPECT_EQ(codes(), (std::vector<std::uint32_t>{0, 5, 5, 5, 5, 5}));
   sim.clear_faults();
-  EXPECT_TRUE(sim.is_directory("/db").ok());
-  EXPECT_EQ(sim.count(Operation::write, "file"), 3u);
+  EXPECT_EQ(codes(), std::vector<std::uint32_t>(6));
+  EXPECT_EQ(sim.count(Operation::write, "file"), 9u);
 }
 
 TEST_F(Simulation, WritesAreCutShortOnRequestAndByAFullDisk) {

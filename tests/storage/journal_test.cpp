@@ -59,36 +59,6 @@ TEST_F(JournalTest, LazyCommitsAreSyncedAndAppliedWithinASecond) {
   EXPECT_EQ(in_file(1536, 6), "synced");
 }
 
-TEST_F(JournalTest, MovesToTheOtherHalfWhenThisOneIsFull) {
-  create(8192, 8192);
-  open();
-  commit("kept", 700);
-  while (mdb::journal_free() >= 1024)
-    commit("fill", 0);
-  EXPECT_FALSE(logged("Checkpoint initiated because of semi-full log"));
-  commit("next", 900);
-  EXPECT_TRUE(logged("Checkpoint initiated because of semi-full log"));
-  EXPECT_EQ(in_file(700, 4), "kept");
-  EXPECT_EQ(mdb::format::load_index_pointer(mdb::journal_bytes(), 1).serial, 2U);
-  const auto begin = mdb::journal_bytes().size() - 8 - mdb::journal_free();
-  const auto fill_up = [] {
-    mdb::Transaction transaction;
-    write("moved", 200);
-    mdb::transaction_update(Bytes(mdb::journal_free() - 20), 300);
-    transaction.end();
-  };
-  EXPECT_EQ(thrown_by(fill_up), "internal: After journal flip; no space for transend.")
-      << "the first half is 48 bytes shorter";
-  EXPECT_TRUE(logged("Flipping journal at end of transaction"));
-  EXPECT_EQ(text_of(mdb::journal_bytes().subspan(begin, 4)), "TRED");
-  fill_up();
-  commit("after", 400);
-  forget();
-  open();
-  EXPECT_EQ(in_file(200, 5), "moved");
-  EXPECT_EQ(in_file(400, 5), "after");
-}
-
 TEST_F(JournalTest, TinyJournalsSayThatNothingFits) {
   const std::pair<std::size_t, const char*> cases[] = {
       {48, "range: Access beyond end of journal attempted"},

@@ -139,24 +139,6 @@ TEST_F(RecoveryTest, AppliesCompleteTransactionsInTheirOrderUpToTheFirstOther) {
   }
 }
 
-TEST_F(RecoveryTest, StoreIsWholeBlocksAfterwardsUnlessTheDiskIsFull) {
-  recover(two_updates(9000));
-  EXPECT_EQ(sim_.contents(store_path).size(), 9216U);
-  EXPECT_EQ(text_at(9000), "far");
-  sim_.inject({.operation = simulation::Operation::write, .path_end = "main.odb", .occurrence = 4});
-  EXPECT_TRUE(recover(two_updates(9000)).starts_with("io: Could not byte-write: "));
-
-  forget();
-  create(8192 + 100, 4096);  // as a growth on a full disk leaves it
-  sim_.inject({.operation = simulation::Operation::write, .path_end = "main.odb", .lasting = true});
-  open();
-  EXPECT_EQ(mdb::backing_size(), 8192U);
-  sim_.clear_faults();
-  mdb::backing_grow(16);
-  EXPECT_EQ(mdb::backing_size() % 512, 0U);
-  EXPECT_TRUE(sim_.contents(store_path) == Bytes(mdb::backing_size()));
-}
-
 TEST_F(RecoveryTest, JournalsThatCannotBeReadAreRefused) {
   EXPECT_EQ(recover(one(7).pointer(0, 7, 48, true).pointer(1, 0, 0, true)),
             "need_repair: Both index pointers were invalid");

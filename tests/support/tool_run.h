@@ -18,7 +18,6 @@ class RedirectedStreams {
   explicit RedirectedStreams(const std::string& input) : input_(input) {}
   ~RedirectedStreams() {
     std::cin.rdbuf(before_[0]);
-    std::cin.clear();
     std::cout.rdbuf(before_[1]);
     std::cerr.rdbuf(before_[2]);
   }
