@@ -57,34 +57,6 @@ TEST(Allocator, TriesTheHintAloneThenFromTheLastGoodBlockOnThenAll) {
   EXPECT_EQ(mdb::mark_query(end), BlockClass::used);
 }
 
-TEST(Allocator, PlaceholderSearchTakesTheLastThatServesWhenAQuarterIsFree) {
-  struct Case {
-    const char* name;
-    Layout layout;
-    std::uint32_t size;
-    bool found, full;
-    std::uint32_t offset;
-  };
-  const Case cases[] = {
-      {"stops at 25 % free", {-40, 100, -40, 100, -48, 84, -100}, 40, true, false, 280},
-      {"goes on for a candidate past 25 %", {-128, 100, -132, 152}, 130, false, false, 0},
-      {"last that serves, not last one", {-60, 100, -64, 208, -16, 64}, 40, true, false, 160},
-      {"exactly a quarter is not full", {384, -128}, 128, true, false, 384},
-      {"two bytes less is full, and serves", {386, -126}, 126, true, true, 386},
-      {"two bytes left over hold no header", {-42, 470}, 40, false, true, 0},
-      {"four bytes left over do", {-44, 468}, 40, true, true, 0},
-  };
-  TestMdb mdb;
-  for (const Case& c : cases) {
-    put_layout(mdb.data_first(), c.layout);
-    mdb::ObjectHandle handle{mdb.data_first(), 7, {}};
-    const mdb::PlaceholderSearch outcome = mdb::find_placeholder(handle, c.size);
-    EXPECT_EQ(std::tuple(outcome.found, outcome.block_full, handle.offset),
-              std::tuple(c.found, c.full, c.offset))
-        << c.name;
-  }
-}
-
 // Every byte of the map is one block's class, so 64-byte blocks make a map small enough to fill.
 TEST(Allocator, EmptyBlockIsFoundAtOrAfterTheStartThenAnywhereThenNowhere) {
   TestMdb mdb({.block_size = 64, .map_blocks = 3, .data_blocks = 40});

@@ -45,6 +45,16 @@ TEST(Objects, RecordsLieAtTheEndOfTheSpaceFoundAndInTheirOwnBlockIfItServes) {
   const Case cases[] = {
       {{-512}, {}, 60, {block, 448}, {-448, 64}},
       {{100, -200, 212}, {}, 196, {block, 100}, {100, 200, 212}},
+      // A search stops when a quarter is free and one serves, and takes the last that does.
+      {{-40, 100, -40, 100, -48, 84, -100}, {}, 36, {block, 288}, {-40, 100, -40, 100, -8, 40, 84, -100}},
+      {{-60, 100, -64, 208, -16, 64}, {}, 36, {block, 184}, {-60, 100, -24, 40, 208, -16, 64}},
+      // Two bytes left over hold no header.
+      {{-128, 100, -132, 152}, {}, 126, {block + 1, 170}, {-128, 100, -132, 152}},
+      {{-42, 470}, {}, 36, {block + 1, 260}, {-42, 470}, BlockClass::full},
+      {{384, -128}, {}, 124, {block, 384}, {384, 128}},
+      {{386, -126}, {}, 122, {block, 386}, {386, 126}, BlockClass::full},
+      {{-44, 468}, {}, 36, {block, 4}, {-4, 40, 468}, BlockClass::full},
+      // An object prefers its own block.
       {{-200, 60, 252}, {block, 200}, 96, {block, 160}, {-160, 100, 252}},  // grows into the gap before it
       {{-160, 100, 252}, {block, 160}, 36, {block, 220}, {-220, 40, 252}},  // and shrinks to its end
       {{-220, 40, 252}, {block, 220}, 256, {block, 0}, {260, 252}},         // takes all that is free, exactly
@@ -60,6 +70,7 @@ TEST(Objects, RecordsLieAtTheEndOfTheSpaceFoundAndInTheirOwnBlockIfItServes) {
     SCOPED_TRACE(testing::PrintToString(c.before));
     put_layout(block, c.before, c.from.block == 0 ? BlockClass::used : BlockClass::full);
     put_layout(block + 1, {-300, 212});
+    mdb.reopen();  // no block is the last-good one
     if (c.length == 0) {
       free_object(c.from);
     } else {
