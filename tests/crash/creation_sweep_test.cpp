@@ -42,10 +42,6 @@ const Mode modes[] = {
     {"Empty", {"-i", "-f", "-c"}, "/db\ne\n/db\n4\n3\n16384\n1\n/db\n"},
 };
 
-void PrintTo(const Mode& mode, std::ostream* out) {
-  *out << mode.name;
-}
-
 class CreationSweep : public testing::TestWithParam<Mode> {
  protected:
   using Files = std::vector<std::optional<std::vector<std::byte>>>;

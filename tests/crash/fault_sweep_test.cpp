@@ -30,10 +30,6 @@ struct Operation {
   bool is_durable_on_return = false;
 };
 
-void PrintTo(const Operation& operation, std::ostream* out) {
-  *out << operation.name;
-}
-
 void put(State& state, std::uint32_t id, std::uint32_t parent, std::size_t name_length) {
   store(state, id, id, {parent, std::string(name_length, 'n')});
 }

@@ -37,10 +37,6 @@ struct Shape {
   int crashes;             // in each of them
 };
 
-void PrintTo(const Shape& shape, std::ostream* out) {
-  *out << shape.name;
-}
-
 constexpr Shape shapes[] = {
     {"SmallExternal", 512, 16'384, JournalPlacement::external, 6, 80},
     {"SmallInternal", 512, 12'288, JournalPlacement::internal, 6, 80},
@@ -67,15 +63,139 @@ class ServerSession {
   ServerSession& operator=(const ServerSession&) = delete;
 
   // Some work, an end of some kind in the midst of it, the recovery, and the comparison.
-  void live_and_crash();
+  void live_and_crash() {
+    support::LogCapture::take();  // lest the lines pile up
+    const bool is_orderly = one_in(8);
+    const bool cuts_power = !is_orderly && !one_in(6);
+    try {
+      if (one_in(2))
+        system_.write_back_mapped_stores(random_());
+      if (cuts_power)
+        system_.inject({.occurrence = 1 + up_to(60), .power_fails = true});
+      for (std::uint32_t rest = 1 + up_to(15); rest > 0; --rest)
+        one_step();
+      if (is_orderly) {
+        mdb::journal_shutdown();
+        mdb::backing_sync();
+        history_ = {history_.back()};
+      }
+    } catch (const error::Exception&) {
+      if (!cuts_power)
+        throw;
+    }
+    drop_databases();
+    system_.clear_faults();
+    const simulation::Policy policy = random_policy();
+    if (cuts_power || is_orderly)
+      system_.power_cut(policy);
+    expect_sound();
+    expect_sound_recovery(cuts_power || is_orderly);
+    expect_sound();
+
+    if (!cuts_power || policy.kept == Kept::everything)
+      history_ = {history_.back()};
+    if (in_doubt_)
+      history_.push_back(*std::exchange(in_doubt_, {}));  // E3
+    State state = stored_state();
+    EXPECT_TRUE(std::ranges::count(history_, state) != 0) << "none of " << history_.size() << " states";
+    history_ = {std::move(state)};
+  }
 
   std::uint64_t committed_count() const { return committed_count_; }
 
  private:
-  void change_some_node();
-  void transaction(bool lazy, bool give_up);
-  void one_step();
-  void expect_sound_recovery(bool after_a_cut);
+  void change_some_node() {
+    const std::uint32_t id = 1 + up_to(max_id - 1);
+    const std::uint32_t other_id = 1 + up_to(max_id - 1);
+    Node node{up_to(6), std::string(up_to(block_size_ / 6), static_cast<char>('a' + up_to(25)))};
+    if (one_in(10))
+      node.name =
+          "TBEGTBEGTBEGTBEG";  // wherever it comes to lie in the journal, it begins like a transaction
+    if (!working_.contains(id))
+      return store(working_, id, id, node);
+    const std::uint32_t dice = up_to(5);
+    if (dice < 2)
+      return erase(working_, id);
+    if (dice == 2)
+      node.parent = working_[id].parent;
+    if (dice == 3)
+      node.name = working_[id].name;
+    store(working_, id, dice == 4 && !working_.contains(other_id) ? other_id : id, node);
+  }
+
+  // What is thrown by the end itself leaves it open whether the transaction counts.
+  void transaction(bool lazy, bool give_up) {
+    working_ = history_.back();
+    mdb::Transaction outer;
+    for (std::uint32_t rest = 1 + up_to(3); rest > 0; --rest) {
+      const State before = working_;
+      std::optional<mdb::Transaction> nested;
+      if (one_in(5))
+        nested.emplace();
+      change_some_node();
+      if (!nested)
+        continue;
+      if (one_in(2)) {
+        nested->end();
+      } else {
+        working_ = before;  // aborted
+      }
+    }
+    if (give_up)
+      return;
+    in_doubt_ = working_;
+    outer.end(lazy);
+    in_doubt_.reset();
+    committed_count_ += 1;
+    if (!lazy && working_ != history_.back())  // a transaction without updates syncs nothing
+      history_.clear();
+    history_.push_back(working_);
+  }
+
+  void one_step() {
+    const std::uint32_t dice = up_to(19);
+    if (dice == 0)
+      return system_.advance_microseconds(1'000'000);
+    if (dice == 1) {
+      mdb::journal_flip(one_in(2));
+      history_ = {history_.back()};
+      return;
+    }
+    try {
+      transaction(dice < 14, dice == 19);
+    } catch (const mdb::error_transact&) {
+      // The half was too small for this one; it has been taken back.
+    } catch (const mdb::error_internal& error) {
+      if (error.message() != "After journal flip; no space for transend.")
+        throw;
+      in_doubt_.reset();
+    }
+  }
+
+  // Opens the database, after a power cut sometimes only after openings that were cut short themselves.
+  void expect_sound_recovery(bool after_a_cut) {
+    std::optional<State> expected;
+    while (after_a_cut && one_in(3)) {
+      if (!expected) {
+        simulation::SimulatedSystem twin(system_);
+        const simulation::Installed use(twin);
+        open_database();
+        expected = stored_state();
+        drop_databases();
+      }
+      system_.inject({.occurrence = 1 + up_to(30), .power_fails = true});
+      try {
+        open_database();
+      } catch (const error::Exception&) {
+        // The next one finds what this one left.
+      }
+      drop_databases();
+      system_.clear_faults();
+      system_.power_cut(random_policy());
+    }
+    open_database();
+    EXPECT_TRUE(!expected || stored_state() == *expected) << "a recovery that was cut leads elsewhere";
+  }
 
   std::uint32_t up_to(std::uint32_t limit) { return static_cast<std::uint32_t>(random_() % (limit + 1)); }
   bool one_in(std::uint32_t chances) { return random_() % chances == 0; }
@@ -95,136 +215,6 @@ class ServerSession {
   std::optional<State> in_doubt_;
   std::uint64_t committed_count_ = 0;
 };
-
-void ServerSession::change_some_node() {
-  const std::uint32_t id = 1 + up_to(max_id - 1);
-  const std::uint32_t other_id = 1 + up_to(max_id - 1);
-  Node node{up_to(6), std::string(up_to(block_size_ / 6), static_cast<char>('a' + up_to(25)))};
-  if (one_in(10))
-    node.name = "TBEGTBEGTBEGTBEG";  // wherever it comes to lie in the journal, it begins like a transaction
-  if (!working_.contains(id))
-    return store(working_, id, id, node);
-  const std::uint32_t dice = up_to(5);
-  if (dice < 2)
-    return erase(working_, id);
-  if (dice == 2)
-    node.parent = working_[id].parent;
-  if (dice == 3)
-    node.name = working_[id].name;
-  store(working_, id, dice == 4 && !working_.contains(other_id) ? other_id : id, node);
-}
-
-// What is thrown by the end itself leaves it open whether the transaction counts.
-void ServerSession::transaction(bool lazy, bool give_up) {
-  working_ = history_.back();
-  mdb::Transaction outer;
-  for (std::uint32_t rest = 1 + up_to(3); rest > 0; --rest) {
-    const State before = working_;
-    std::optional<mdb::Transaction> nested;
-    if (one_in(5))
-      nested.emplace();
-    change_some_node();
-    if (!nested)
-      continue;
-    if (one_in(2)) {
-      nested->end();
-    } else {
-      working_ = before;  // aborted
-    }
-  }
-  if (give_up)
-    return;
-  in_doubt_ = working_;
-  outer.end(lazy);
-  in_doubt_.reset();
-  committed_count_ += 1;
-  if (!lazy && working_ != history_.back())  // a transaction without updates syncs nothing
-    history_.clear();
-  history_.push_back(working_);
-}
-
-void ServerSession::one_step() {
-  const std::uint32_t dice = up_to(19);
-  if (dice == 0)
-    return system_.advance_microseconds(1'000'000);
-  if (dice == 1) {
-    mdb::journal_flip(one_in(2));
-    history_ = {history_.back()};
-    return;
-  }
-  try {
-    transaction(dice < 14, dice == 19);
-  } catch (const mdb::error_transact&) {
-    // The half was too small for this one; it has been taken back.
-  } catch (const mdb::error_internal& error) {
-    if (error.message() != "After journal flip; no space for transend.")
-      throw;
-    in_doubt_.reset();
-  }
-}
-
-// Opens the database, after a power cut sometimes only after openings that were cut short themselves.
-void ServerSession::expect_sound_recovery(bool after_a_cut) {
-  std::optional<State> expected;
-  while (after_a_cut && one_in(3)) {
-    if (!expected) {
-      simulation::SimulatedSystem twin(system_);
-      const simulation::Installed use(twin);
-      open_database();
-      expected = stored_state();
-      drop_databases();
-    }
-    system_.inject({.occurrence = 1 + up_to(30), .power_fails = true});
-    try {
-      open_database();
-    } catch (const error::Exception&) {
-      // The next one finds what this one left.
-    }
-    drop_databases();
-    system_.clear_faults();
-    system_.power_cut(random_policy());
-  }
-  open_database();
-  EXPECT_TRUE(!expected || stored_state() == *expected) << "a recovery that was cut leads elsewhere";
-}
-
-void ServerSession::live_and_crash() {
-  support::LogCapture::take();  // lest the lines pile up
-  const bool is_orderly = one_in(8);
-  const bool cuts_power = !is_orderly && !one_in(6);
-  try {
-    if (one_in(2))
-      system_.write_back_mapped_stores(random_());
-    if (cuts_power)
-      system_.inject({.occurrence = 1 + up_to(60), .power_fails = true});
-    for (std::uint32_t rest = 1 + up_to(15); rest > 0; --rest)
-      one_step();
-    if (is_orderly) {
-      mdb::journal_shutdown();
-      mdb::backing_sync();
-      history_ = {history_.back()};
-    }
-  } catch (const error::Exception&) {
-    if (!cuts_power)
-      throw;
-  }
-  drop_databases();
-  system_.clear_faults();
-  const simulation::Policy policy = random_policy();
-  if (cuts_power || is_orderly)
-    system_.power_cut(policy);
-  expect_sound();
-  expect_sound_recovery(cuts_power || is_orderly);
-  expect_sound();
-
-  if (!cuts_power || policy.kept == Kept::everything)
-    history_ = {history_.back()};
-  if (in_doubt_)
-    history_.push_back(*std::exchange(in_doubt_, {}));  // E3
-  State state = stored_state();
-  EXPECT_TRUE(std::ranges::count(history_, state) != 0) << "none of " << history_.size() << " states";
-  history_ = {std::move(state)};
-}
 
 std::uint64_t environment_number(const char* name, std::uint64_t otherwise) {
   const char* value = std::getenv(name);
