@@ -41,35 +41,35 @@ State open(const std::string& directory) {
   support::open_nodes(directory + "\\main.odb", is_external ? std::optional(journal) : std::nullopt);
   State state;
   for (std::uint32_t id = first_id; id < first_id + id_count; ++id) {
-    if (const auto reference = mdb::node_find({0, id})) {
-      const support::NodeFacts node = support::read_node(*reference);
-      state[id] = text::concat(node.parent, ' ', node.name);
-    }
+    if (const auto reference = mdb::node_find({0, id}))
+      state[id] = support::read_node(*reference);
   }
   return state;
 }
 
-void make(std::uint32_t id, const std::string& node) {
+// Gives the node what the state says of it.
+void change(std::uint32_t id, const State& state) {
   const auto reference = mdb::node_find({0, id});
-  if (node.empty())
-    return mdb::node_erase(reference.value());
-  std::size_t space = 0;
-  const auto parent = static_cast<std::uint32_t>(std::stoul(node, &space));
-  support::store_node(reference.value_or(mdb::ObjectReference{}),
-                      mdb::PropertyNodeId(property::node_id, {0, id}),
-                      mdb::PropertyNodeId(property::parent_id, {0, parent}),
-                      mdb::PropertyString(property::name, node.substr(space + 1)));
+  const auto node = state.find(id);
+  if (node != state.end()) {
+    support::store_node(reference.value_or(mdb::ObjectReference{}),
+                        mdb::PropertyNodeId(property::node_id, {0, id}),
+                        mdb::PropertyNodeId(property::parent_id, {0, node->second.parent}),
+                        mdb::PropertyString(property::name, node->second.name));
+  } else if (reference) {
+    mdb::node_erase(*reference);
+  }
 }
 
 // A single change is left to the transactions of its own.
-void carry_out(const Changes& changes, std::uint64_t number) {
+void carry_out(const std::set<std::uint32_t>& changed, const State& state, std::uint64_t number) {
   if (number % 16 == 0)
     mdb::journal_flip(number % 32 == 0);
-  if (changes.size() == 1)
-    return make(changes[0].first, changes[0].second);
+  if (changed.size() == 1)
+    return change(*changed.begin(), state);
   mdb::Transaction transaction;
-  for (const auto& [id, node] : changes)
-    make(id, node);
+  for (const std::uint32_t id : changed)
+    change(id, state);
   transaction.end(number % 4 != 0);
 }
 
@@ -79,7 +79,8 @@ void work(const std::string& directory, std::uint64_t seed, std::uint64_t first,
   for (std::uint64_t number = first; number < first + count; ++number) {
     const State before = state;
     try {
-      carry_out(take_step(seed, number, state), number);
+      const auto changed = take_step(seed, number, state);
+      carry_out(changed, state, number);
       say("done ", number);
     } catch (const error::Exception& failure) {
       say("failed ", number, ' ', failure.full_text());
