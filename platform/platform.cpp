@@ -1,5 +1,7 @@
 #include "platform/platform.h"
 
+#include <algorithm>
+
 #include "native.h"
 
 namespace platform {
@@ -8,6 +10,13 @@ namespace {
 System* current = nullptr;
 
 }  // namespace
+
+Status Mapping::write(std::size_t offset, std::span<const std::byte> source) {
+  std::ranges::copy(source, bytes().subspan(offset).begin());
+  return {};
+}
+
+void Mapping::start_sync(std::size_t /*offset*/, std::size_t /*length*/) {}
 
 System& system() {
   return current != nullptr ? *current : native_system();

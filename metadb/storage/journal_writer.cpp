@@ -15,11 +15,18 @@ format::JournalGeometry geometry() {
   return {journal_bytes().size()};
 }
 
+// What is gathered before it is written, so that a large transaction takes no memory of its size.
+constexpr std::size_t gathered_limit = std::size_t{256} << 10;
+
+void check_range(std::uint64_t position, std::uint64_t size) {
+  const std::size_t length = journal_bytes().size();
+  if (size > length || position > length - size)
+    throw error_range("Access beyond end of journal attempted");
+}
+
 std::span<std::byte> checked_range(std::uint64_t position, std::uint64_t size) {
   const auto journal = journal_bytes();
-  if (size > journal.size() || position > journal.size() - size) {
-    throw error_range("Access beyond end of journal attempted");
-  }
+  check_range(position, size);
   journal_mark_written();
   return journal.subspan(static_cast<std::size_t>(position), static_cast<std::size_t>(size));
 }
@@ -105,15 +112,31 @@ bool JournalWriter::strike_out_stale_begins() {
 }
 
 std::span<std::byte> JournalWriter::claim(std::uint64_t size) {
-  const auto entry = checked_range(position_, size);
-  position_ += size;
+  check_range(position_, size);
+  if (gathered_bytes_ + size > gathered_limit)
+    flush();
   journal_meters::bytes.increment(size);
+  if (size > gathered_limit) {
+    position_ += size;
+    return checked_range(position_ - size, size);
+  }
+  if (gathered_bytes_ + size > gathered_.size())
+    gathered_.resize(gathered_bytes_ + size);
+  const auto entry = std::span(gathered_).subspan(gathered_bytes_, static_cast<std::size_t>(size));
+  gathered_bytes_ += entry.size();
+  position_ += size;
   return entry;
 }
 
-void JournalWriter::look_for_begins(std::uint64_t start) {
-  const auto end = static_cast<std::size_t>(position_);
-  if (find_begin(journal_bytes(), static_cast<std::size_t>(start), end) < end)
+void JournalWriter::flush() {
+  if (gathered_bytes_ == 0)
+    return;
+  journal_write(gathered_from(), std::span(gathered_).first(gathered_bytes_));
+  gathered_bytes_ = 0;
+}
+
+void JournalWriter::look_for_begins(std::span<const std::byte> entries) {
+  if (find_begin(entries, 0, entries.size()) < entries.size())
     may_hold_stale_begins_[half_] = true;
 }
 
@@ -126,12 +149,17 @@ void JournalWriter::write_begin() {
 std::uint32_t JournalWriter::write_update(std::span<const std::byte> data, std::uint64_t target) {
   const std::uint64_t start = position_;
   const auto entry = claim(format::update_entry_size(data.size()));
+  const std::size_t data_end = format::update_entry::data + data.size();
+  const std::size_t padding = entry.size() - data_end;
+  // Padding is not written: what stood there stays, and the checksum covers it.
+  std::ranges::copy(journal_bytes().subspan(static_cast<std::size_t>(position_) - padding, padding),
+                    entry.begin() + static_cast<std::ptrdiff_t>(data_end));
   bytes::store_u32(entry, 0, format::update_entry::magic_word);
   bytes::store_u32(entry, format::update_entry::length, static_cast<std::uint32_t>(data.size()));
   bytes::store_u64(entry, format::update_entry::target, target);
   bytes::store_u32(entry, format::update_entry::zero, 0);
   std::ranges::copy(data, entry.begin() + format::update_entry::data);
-  look_for_begins(start);
+  look_for_begins(entry);
   return static_cast<std::uint32_t>(start + format::update_entry::data);
 }
 
@@ -139,6 +167,13 @@ void JournalWriter::write_end(std::uint32_t crc) {
   const auto entry = claim(format::end_entry::size);
   bytes::store_u32(entry, 0, format::end_entry::magic_word);
   bytes::store_u32(entry, format::end_entry::crc, crc);
+  try {
+    flush();
+  } catch (...) {
+    gathered_bytes_ -= entry.size();
+    position_ -= entry.size();
+    throw;
+  }
 }
 
 void JournalWriter::write_redirection() {
@@ -150,21 +185,32 @@ void JournalWriter::write_redirection() {
 }
 
 void JournalWriter::write_raw(std::span<const std::byte> entries) {
-  const std::uint64_t start = position_;
-  std::ranges::copy(entries, claim(entries.size()).begin());
-  look_for_begins(start);
+  const auto copy = claim(entries.size());
+  std::ranges::copy(entries, copy.begin());
+  look_for_begins(copy);
 }
 
 void JournalWriter::move_back(std::uint64_t position) {
+  flush();
   position_ = position;
 }
 
 void JournalWriter::move_back_and_erase(std::uint64_t position) {
-  std::ranges::fill(checked_range(position, position_ - position), std::byte{0});
+  gathered_bytes_ = position < gathered_from() ? 0 : static_cast<std::size_t>(position - gathered_from());
+  if (!journal_has_failed())
+    std::ranges::fill(checked_range(position, position_ - position), std::byte{0});
   position_ = position;
 }
 
-std::span<const std::byte> JournalWriter::written_since(std::uint64_t position) const {
+std::span<const std::byte> JournalWriter::written(std::uint64_t position, std::uint64_t length) const {
+  const auto count = static_cast<std::size_t>(length);
+  if (position >= gathered_from())
+    return std::span(gathered_).subspan(static_cast<std::size_t>(position - gathered_from()), count);
+  return journal_bytes().subspan(static_cast<std::size_t>(position), count);
+}
+
+std::span<const std::byte> JournalWriter::whole_entries_since(std::uint64_t position) {
+  flush();
   return journal_bytes().subspan(static_cast<std::size_t>(position),
                                  static_cast<std::size_t>(position_ - position));
 }

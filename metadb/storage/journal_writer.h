@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <span>
+#include <vector>
 
 #include "metadb/storage/journal_format.h"
 
@@ -12,6 +13,9 @@ namespace mdb {
 
 // The writer of one mapped journal. Each write begins at position() and advances it by the entry's size;
 // the "bytes" meter counts it. Throws error_range for an entry past the journal's end.
+//
+// Entries are gathered in memory, and reach the journal at the end of their transaction at the latest, in one
+// piece: nobody but their own transaction reads them before.
 class JournalWriter {
  public:
   // Half 0 or 1: the one that is being written.
@@ -32,6 +36,7 @@ class JournalWriter {
   void write_begin();
   // Returns the position of the data within the journal.
   std::uint32_t write_update(std::span<const std::byte> data, std::uint64_t target);
+  // Brings the whole transaction into the journal. What fails leaves it as it was before the call.
   void write_end(std::uint32_t crc);
   // Points to the first entry of the other half; the position does not advance.
   void write_redirection();
@@ -42,13 +47,18 @@ class JournalWriter {
   void move_back(std::uint64_t position);
   void move_back_and_erase(std::uint64_t position);
 
-  // The written bytes from `position` to position().
-  std::span<const std::byte> written_since(std::uint64_t position) const;
+  // Written bytes, all of one entry. Valid until the next write.
+  std::span<const std::byte> written(std::uint64_t position, std::uint64_t length) const;
+  // The entries from `position` to position(), as the journal has them.
+  std::span<const std::byte> whole_entries_since(std::uint64_t position);
 
  private:
   std::span<std::byte> claim(std::uint64_t size);
-  // Takes note when data written from `start` on could be read as a begin entry.
-  void look_for_begins(std::uint64_t start);
+  // Brings what is gathered into the journal.
+  void flush();
+  std::uint64_t gathered_from() const { return position_ - gathered_bytes_; }
+  // Takes note when written bytes could be read as a begin entry.
+  void look_for_begins(std::span<const std::byte> entries);
 
   unsigned half_ = 0;
   std::uint64_t serial_ = 0;
@@ -57,6 +67,9 @@ class JournalWriter {
   // looked at while it is written, as it is in the processor's cache then, and the half not again when it is
   // entered.
   std::array<bool, 2> may_hold_stale_begins_ = {true, true};
+  // The bytes before the position that the journal does not hold yet.
+  std::vector<std::byte> gathered_;
+  std::size_t gathered_bytes_ = 0;
 };
 
 }  // namespace mdb

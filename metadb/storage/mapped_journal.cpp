@@ -19,6 +19,17 @@ namespace {
 
 constexpr std::uint64_t max_mapping = std::numeric_limits<std::uint32_t>::max();
 
+constexpr std::string_view sync_failed = "Error when syncing journal";
+
+// Bytes written one after another that the system has not been told to write out.
+struct WrittenRun {
+  std::uint64_t start = 0;
+  std::uint64_t end = 0;
+};
+
+// So long that the calls and the requests they make cost little, and short beside a half.
+constexpr std::uint64_t long_run = std::uint64_t{1} << 20;
+
 struct MappedJournal {
   // The mapping lies above the file, so that it is released first.
   std::unique_ptr<platform::File> file;
@@ -26,6 +37,7 @@ struct MappedJournal {
   std::uint64_t length = 0;
   std::uint64_t usable_length = 0;
   bool written = false;
+  WrittenRun run;
   SyncFailure sync_failure;
 };
 
@@ -77,7 +89,7 @@ void journal_sync() {
     throw error_internal("No journal mapped");
   const timing::StopWatch watch;
   if (!journal.mapping->sync().ok() || !journal.file->sync().ok()) {
-    journal.sync_failure.fail("Error when syncing journal");
+    journal.sync_failure.fail(std::string(sync_failed));
   }
   journal.written = false;
   const auto now = platform::system().file_time_now();
@@ -87,6 +99,26 @@ void journal_sync() {
     throw error_io("Cannot set modification time on journal");
   }
   journal_meters::sync.add(watch.elapsed_microseconds());
+}
+
+void journal_write(std::uint64_t position, std::span<const std::byte> bytes) {
+  throw_if_sync_failed();
+  if (!journal.mapping->write(static_cast<std::size_t>(position), bytes).ok())
+    journal.sync_failure.fail(std::string(sync_failed));
+  journal.written = true;
+  WrittenRun& run = journal.run;
+  if (run.end != position)
+    run.start = position;
+  run.end = position + bytes.size();
+  if (run.end - run.start < long_run)
+    return;
+  journal.mapping->start_sync(static_cast<std::size_t>(run.start),
+                              static_cast<std::size_t>(run.end - run.start));
+  run.start = run.end;
+}
+
+bool journal_has_failed() {
+  return journal.sync_failure.has_failed();
 }
 
 void journal_mark_written() {

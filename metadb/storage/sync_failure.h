@@ -12,6 +12,7 @@ namespace mdb {
 class SyncFailure {
  public:
   void clear() { text_.reset(); }
+  bool has_failed() const { return text_.has_value(); }
   // Remembers the failure. Throws error_io with the text.
   [[noreturn]] void fail(std::string text);
   // Throws the failure again, if there was one.

@@ -66,7 +66,7 @@ void begin_outermost() {
   writer().write_begin();
   transactions.running_crc.reset();
   transactions.open.push_back({begin, transactions.running_crc, 0});
-  transactions.running_crc.update(writer().written_since(begin));
+  transactions.running_crc.update(writer().written(begin, format::begin_entry::size));
 }
 
 // The outermost transaction's updates, with a begin of the new serial, at the start of the half that has just
@@ -81,7 +81,7 @@ void write_again(std::span<const std::byte> updates, std::uint64_t old_begin) {
   writer().write_begin();
   writer().write_raw(updates);
   transactions.running_crc.reset();
-  transactions.running_crc.update(writer().written_since(outermost.begin));
+  transactions.running_crc.update(writer().whole_entries_since(outermost.begin));
   transactions.pending.move_data(static_cast<std::int64_t>(outermost.begin) -
                                  static_cast<std::int64_t>(old_begin));
 }
@@ -92,7 +92,7 @@ void move_to_other_half() {
   const std::uint64_t begin = transactions.open.front().begin;
   const std::uint64_t end = writer().position();
   const std::uint64_t serial = writer().serial();
-  const auto updates = writer().written_since(begin).subspan(format::begin_entry::size);
+  const auto updates = writer().whole_entries_since(begin).subspan(format::begin_entry::size);
   writer().move_back(begin);
   try {
     sync_apply_and_flip(true);
@@ -129,11 +129,8 @@ void end_outermost(bool lazy) {
 
 // Lays the open transactions' updates over a buffer that lies within one block.
 void overlay_pending(std::span<std::byte> buffer, std::uint64_t offset) {
-  const JournalBytes journal = journal_bytes();
-  const JournalBytes written =
-      journal.first(std::min(journal.size(), static_cast<std::size_t>(writer().position())));
   transactions.pending.for_each_of_block(offset / block_size(), [&](const UpdateRecord& record) {
-    overlay_record(buffer, offset, record, written);
+    overlay_update(buffer, offset, record.target, writer().written(record.data_position, record.length));
   });
 }
 
@@ -173,7 +170,7 @@ void transaction_update(std::span<const std::byte> data, std::uint64_t offset) {
     throw error_transact("Transaction log full");
   const std::uint64_t start = writer().position();
   const std::uint32_t data_position = writer().write_update(data, offset);
-  transactions.running_crc.update(writer().written_since(start));
+  transactions.running_crc.update(writer().written(start, writer().position() - start));
   if (!data.empty()) {
     transactions.pending.add({offset, static_cast<std::uint32_t>(data.size()), data_position});
   }

@@ -74,6 +74,12 @@ class Mapping {
   virtual std::span<std::byte> bytes() = 0;
   // Hands all changed bytes to the file. Only a File::sync after it makes them durable.
   virtual Status sync() = 0;
+  // Copies `source` into bytes() from `offset` on, where it must fit. Where the system takes long to make a
+  // page writable this goes past the view, which shows the bytes all the same.
+  virtual Status write(std::size_t offset, std::span<const std::byte> source);
+  // Starts to hand a range of bytes() to the disk, so that sync() has less to wait for. A hint: it promises
+  // nothing, and cannot fail.
+  virtual void start_sync(std::size_t offset, std::size_t length);
   // Removes the view; bytes() is empty afterwards.
   virtual Status unmap() = 0;
   // Releases the mapping object (a step of its own on Windows). REQUIRES: unmap() has been called.

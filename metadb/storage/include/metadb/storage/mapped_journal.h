@@ -23,6 +23,13 @@ void journal_map(const std::string& name, std::uint64_t offset, std::uint64_t le
 // Throws error_io.
 void journal_sync();
 
+// Copies bytes into the journal at `position`, where they must fit. Much faster than through journal_bytes()
+// when entries follow one another; the system starts to write them out before the next sync.
+// Throws error_io when the system refuses, which like a failed flush lasts until a journal is mapped anew.
+void journal_write(std::uint64_t position, std::span<const std::byte> bytes);
+// Whether a write or a flush of the journal has failed.
+bool journal_has_failed();
+
 // Notes that journal bytes have been changed since the last sync; a sync when there are such.
 void journal_mark_written();
 void journal_sync_if_written();
