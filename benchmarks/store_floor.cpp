@@ -23,6 +23,7 @@ constexpr std::size_t nodes_in_leaf = 340;
 constexpr std::size_t nodes_in_block = block_bytes / object_bytes;
 constexpr std::size_t space_transaction = 16 + 24 + 24 + 8;  // begin, two headers, end
 constexpr std::size_t node_transaction_rest = 16 + 8;
+constexpr std::size_t written_out_at_once = std::size_t{1} << 20;
 
 void check(bool succeeded) {
   if (!succeeded)
@@ -52,6 +53,10 @@ class File {
       write(zeros, size_);
   }
   void flush() const { check(::fsync(descriptor_) == 0); }
+  void start_flush(std::uint64_t position, std::uint64_t length) const {
+    check(::sync_file_range(descriptor_, static_cast<off_t>(position), static_cast<off_t>(length),
+                            SYNC_FILE_RANGE_WRITE) == 0);
+  }
   std::uint64_t size() const { return size_; }
 
  private:
@@ -79,15 +84,13 @@ class Floor {
   void store(std::size_t number) {
     if (is_time_to_flip())
       flip();
-    const std::size_t space_begin = position_;
     append(image(number), space_transaction);
-    check_sum(space_begin);
-    const std::size_t begin = position_;
+    end_transaction();
     change_leaf(0, scrambled(number), number);
     change_leaf(1, scrambled(number / 20), number);
     change_object(number);
     append(image(number), node_transaction_rest);
-    check_sum(begin);
+    end_transaction();
   }
 
   void flip() {
@@ -97,7 +100,7 @@ class Floor {
     changed_.clear();
     store_.flush();
     in_second_half_ = !in_second_half_;
-    position_ = in_second_half_ ? half_ : 48;
+    written_out_ = position_ = in_second_half_ ? half_ : 48;
     std::memset(journal_.data(), in_second_half_, 16);
     sync_journal();
   }
@@ -112,13 +115,19 @@ class Floor {
     return &images_[scrambled(number) % (images_.size() / block_bytes) * block_bytes];
   }
   std::size_t append(const std::byte* bytes, std::size_t length) {
-    std::memcpy(&journal_[position_], bytes, length);
-    position_ += length;
-    return position_ - length;
+    transaction_.insert(transaction_.end(), bytes, bytes + length);
+    return position_ + transaction_.size() - length;
   }
-  void check_sum(std::size_t begin) {
-    const std::uint32_t sum = security::crc32(journal_.subspan(begin, position_ - begin));
-    std::memcpy(&journal_[position_ - sizeof sum], &sum, sizeof sum);
+  void end_transaction() {
+    const std::uint32_t sum = security::crc32(transaction_);
+    std::memcpy(&transaction_[transaction_.size() - sizeof sum], &sum, sizeof sum);
+    journal_file_.write(transaction_, position_);
+    position_ += transaction_.size();
+    transaction_.clear();
+    if (position_ - written_out_ < written_out_at_once)
+      return;
+    journal_file_.start_flush(written_out_, position_ - written_out_);
+    written_out_ = position_;
   }
   void change_leaf(std::uint64_t index, std::uint64_t place, std::size_t number) {
     const std::uint64_t leaf = place % (1 + number / nodes_in_leaf);
@@ -127,7 +136,7 @@ class Floor {
   void change_block(std::uint64_t block, std::uint64_t place) {
     append(image(place), mdb::format::update_entry::data);
     const std::size_t source = append(image(place + 1), block_bytes);
-    position_ += 4;  // an entry ends at a multiple of 8
+    append(image(place), 4);  // an entry ends at a multiple of 8
     changed_[make_room(block) * block_bytes] = {block_bytes, source};
   }
   void change_object(std::size_t number) {
@@ -160,6 +169,8 @@ class Floor {
   std::size_t half_;
   std::size_t node_count_;
   std::size_t position_ = 48;
+  std::size_t written_out_ = 48;
+  std::vector<std::byte> transaction_;
   bool in_second_half_ = false;
   // By the position in the file: how many bytes, and where in the journal.
   std::map<std::uint64_t, std::pair<std::size_t, std::size_t>> changed_;

@@ -73,7 +73,7 @@ Update read_update(JournalBytes journal, std::uint64_t position, std::uint64_t e
           static_cast<std::uint32_t>(position + format::update_entry::data)};
 }
 
-TransactionExtent check_transaction(JournalBytes journal, std::uint64_t begin, CrcCheck crc_check) {
+TransactionExtent measure_transaction(JournalBytes journal, std::uint64_t begin) {
   using State = TransactionExtent::State;
   std::uint64_t position = begin + format::begin_entry::size;
   while (magic_at(journal, position) == format::update_entry::magic_word) {
@@ -87,14 +87,19 @@ TransactionExtent check_transaction(JournalBytes journal, std::uint64_t begin, C
     log(logging::information, logging::replay, "End of valid transaction end entries in journal.");
     return {State::no_end, begin, position};
   }
-  if (crc_check == CrcCheck::yes) {
-    const auto covered = at(journal, begin).first(static_cast<std::size_t>(position - begin));
-    if (security::crc32(covered) != bytes::load_u32(at(journal, position), format::end_entry::crc)) {
-      log(logging::information, logging::replay, "Invalid CRC in transaction - no more valid entries.");
-      return {State::bad_checksum, begin, position};
-    }
-  }
   return {State::complete, begin, position};
+}
+
+TransactionExtent check_transaction(JournalBytes journal, std::uint64_t begin) {
+  TransactionExtent extent = measure_transaction(journal, begin);
+  if (extent.state != TransactionExtent::State::complete)
+    return extent;
+  const auto covered = at(journal, begin).first(static_cast<std::size_t>(extent.end - begin));
+  if (security::crc32(covered) != bytes::load_u32(at(journal, extent.end), format::end_entry::crc)) {
+    log(logging::information, logging::replay, "Invalid CRC in transaction - no more valid entries.");
+    extent.state = TransactionExtent::State::bad_checksum;
+  }
+  return extent;
 }
 
 }  // namespace mdb

@@ -31,8 +31,6 @@ struct Update {
   std::uint64_t entry_size() const { return format::update_entry_size(data.size()); }
 };
 
-enum class CrcCheck { no, yes };
-
 // A transaction from its begin entry to the end entry or whatever stands in its place.
 struct TransactionExtent {
   enum class State { complete, no_end, bad_checksum };
@@ -43,9 +41,11 @@ struct TransactionExtent {
   std::uint64_t next() const { return end + format::end_entry::size; }
 };
 
-// Measures and checks the transaction that begins at `begin`, and logs what is wrong with it.
+// Measures the transaction that begins at `begin`, and logs what is wrong with it; the second form looks at
+// its checksum as well, which what this process wrote itself does not need.
 // REQUIRES: there is a begin entry. Throws error_range when an entry would begin past the journal's end.
-TransactionExtent check_transaction(JournalBytes journal, std::uint64_t begin, CrcCheck crc_check);
+TransactionExtent measure_transaction(JournalBytes journal, std::uint64_t begin);
+TransactionExtent check_transaction(JournalBytes journal, std::uint64_t begin);
 
 // The update entry at `position` of a transaction that ends at `end`. The journal is a mapped file that
 // somebody else might change between check and use: what is used here has been looked at once only. Throws

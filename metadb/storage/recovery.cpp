@@ -66,7 +66,7 @@ class Recovery {
   // A half that was left for the other one was applied and synced first, so whatever ends its walk, the entry
   // of a transaction that came to nothing or the remains of older ones behind it, hides nothing.
   bool transaction() {
-    const TransactionExtent extent = check_transaction(journal_, position_, CrcCheck::yes);
+    const TransactionExtent extent = check_transaction(journal_, position_);
     if (extent.state != TransactionExtent::State::complete)
       return continue_in_unreadable_half();
     std::vector<Update> updates;
@@ -101,7 +101,7 @@ class Recovery {
       return false;
     if (begin_serial(journal_, start) != result_.serial + 1)
       return false;
-    if (check_transaction(journal_, start, CrcCheck::yes).state != TransactionExtent::State::complete)
+    if (check_transaction(journal_, start).state != TransactionExtent::State::complete)
       return false;
     enter_next_half(start);
     return true;
