@@ -23,6 +23,7 @@ constexpr std::size_t nodes_in_leaf = 340;
 constexpr std::size_t nodes_in_block = block_bytes / object_bytes;
 constexpr std::size_t space_transaction = 16 + 24 + 24 + 8;  // begin, two headers, end
 constexpr std::size_t node_transaction_rest = 16 + 8;
+constexpr std::size_t freed_header = 24;
 constexpr std::size_t written_out_at_once = std::size_t{1} << 20;
 
 void check(bool succeeded) {
@@ -53,6 +54,7 @@ class File {
       write(zeros, size_);
   }
   void flush() const { check(::fsync(descriptor_) == 0); }
+  void stamp() const { check(::futimens(descriptor_, nullptr) == 0); }
   void start_flush(std::uint64_t position, std::uint64_t length) const {
     check(::sync_file_range(descriptor_, static_cast<off_t>(position), static_cast<off_t>(length),
                             SYNC_FILE_RANGE_WRITE) == 0);
@@ -72,23 +74,33 @@ class Floor {
         images_(std::size_t{64} << 20),
         half_(settings.journal_bytes / 2),
         node_count_(node_count) {
-    void* view = ::mmap(nullptr, settings.journal_bytes, PROT_READ | PROT_WRITE, MAP_SHARED,
-                        journal_file_.descriptor(), 0);
+    void* view =
+        ::mmap(nullptr, settings.journal_bytes, PROT_READ, MAP_SHARED, journal_file_.descriptor(), 0);
     check(view != MAP_FAILED);
-    journal_ = {static_cast<std::byte*>(view), settings.journal_bytes};
+    journal_ = {static_cast<const std::byte*>(view), settings.journal_bytes};
   }
-  ~Floor() { ::munmap(journal_.data(), journal_.size()); }
+  ~Floor() { ::munmap(const_cast<std::byte*>(journal_.data()), journal_.size()); }
   Floor(const Floor&) = delete;
   Floor& operator=(const Floor&) = delete;
 
   void store(std::size_t number) {
-    if (is_time_to_flip())
-      flip();
-    append(image(number), space_transaction);
-    end_transaction();
+    take_space(number);
     change_leaf(0, scrambled(number), number);
     change_leaf(1, scrambled(number / 20), number);
     change_object(number);
+    append(image(number), node_transaction_rest);
+    end_transaction();
+  }
+
+  // An object that no longer fits moves to the end: `place` is any number below those stored, `number` one
+  // more than the last.
+  void move(std::size_t place, std::size_t number) {
+    take_space(number);
+    change_leaf(0, scrambled(place), node_count_);
+    change_leaf(1, scrambled(place / 20), node_count_);
+    change_object(number);
+    append(image(place), freed_header);
+    changed_[make_room(first_object_block() + place / nodes_in_block) * block_bytes] = {block_bytes, 0};
     append(image(number), node_transaction_rest);
     end_transaction();
   }
@@ -101,11 +113,17 @@ class Floor {
     store_.flush();
     in_second_half_ = !in_second_half_;
     written_out_ = position_ = in_second_half_ ? half_ : 48;
-    std::memset(journal_.data(), in_second_half_, 16);
+    journal_file_.write({image(position_), 16}, 16);
     sync_journal();
   }
 
  private:
+  void take_space(std::size_t number) {
+    if (is_time_to_flip())
+      flip();
+    append(image(number), space_transaction);
+    end_transaction();
+  }
   // The journal's own rule, whose product wraps.
   bool is_time_to_flip() const {
     const auto free = static_cast<std::uint32_t>((in_second_half_ ? 2 * half_ : half_) - position_);
@@ -142,14 +160,14 @@ class Floor {
   void change_object(std::size_t number) {
     append(image(number), mdb::format::update_entry::data);
     const std::size_t source = append(image(number + 1), object_bytes);
-    const std::uint64_t first_block = 4 + 2 * node_count_ / nodes_in_leaf;
-    const std::uint64_t block = make_room(first_block + number / nodes_in_block) * block_bytes;
+    const std::uint64_t block = make_room(first_object_block() + number / nodes_in_block) * block_bytes;
     const std::size_t place = number % nodes_in_block;
     // One write of all that lies side by side.
     const auto before = changed_.find(block);
     const std::size_t length = place == 0 || before == changed_.end() ? 0 : before->second.first;
     changed_[block] = {length + object_bytes, std::min(source, journal_.size() - block_bytes)};
   }
+  std::uint64_t first_object_block() const { return 4 + 2 * node_count_ / nodes_in_leaf; }
   std::uint64_t make_room(std::uint64_t block) {
     block += first_data_block;
     if (const std::uint64_t end = (block + 1) * block_bytes; end > store_.size())
@@ -157,15 +175,14 @@ class Floor {
     return block;
   }
   void sync_journal() {
-    check(::msync(journal_.data(), journal_.size(), MS_SYNC) == 0);
     journal_file_.flush();
-    check(::futimens(journal_file_.descriptor(), nullptr) == 0);
+    journal_file_.stamp();
   }
 
   File journal_file_;
   File store_;
   std::vector<std::byte> images_;
-  std::span<std::byte> journal_;
+  std::span<const std::byte> journal_;
   std::size_t half_;
   std::size_t node_count_;
   std::size_t position_ = 48;
@@ -184,13 +201,23 @@ Outcome store_at_the_floor(const StoreSettings& settings, std::size_t node_count
   return outcome;
 }
 
-Outcome overwrite_and_flush(const StoreSettings& settings, std::size_t node_count) {
+Outcome move_at_the_floor(const StoreSettings& settings, std::size_t node_count, std::size_t moves) {
+  Floor floor(settings, node_count);
+  for (std::size_t i = 0; i < node_count; ++i)
+    floor.store(i);
+  return timed_operations(moves, 1,
+                          [&](std::size_t i) { floor.move(scrambled(i) % node_count, node_count + i); });
+}
+
+Outcome overwrite_and_flush(const StoreSettings& settings, std::size_t node_count, bool stamp) {
   constexpr std::size_t journal_bytes_each = 2 * (block_bytes + 24) + object_bytes + 20 + 24;
   const File file(settings.directory / "floor", settings.journal_bytes);
   const std::vector<std::byte> bytes(journal_bytes_each, std::byte{1});
   return timed_operations(node_count, 1, [&](std::size_t i) {
     file.write(bytes, i * bytes.size() % (settings.journal_bytes - bytes.size()));
     file.flush();
+    if (stamp)
+      file.stamp();
   });
 }
 

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstring>
+#include <optional>
 
 #include "common/text.h"
 #include "store.h"
@@ -114,7 +115,8 @@ struct Sibling {
   Target target;
 };
 
-void compare(const Options& options, const Task& task, const std::vector<Sibling>& siblings) {
+void compare(const Options& options, const Task& task, const std::vector<Sibling>& siblings,
+             const std::optional<Contestant>& floor = std::nullopt) {
   std::vector<Contestant> contestants;
   const auto add = [&](const Engine& engine, const std::string& name, Target target) {
     prepared(options, engine, task.stored);
@@ -123,6 +125,8 @@ void compare(const Options& options, const Task& task, const std::vector<Sibling
          target});
   };
   add(quenor, "Quenor", {});
+  if (floor.has_value())
+    contestants.push_back(*floor);
   for (const Sibling& sibling : siblings)
     add(sibling.engine, label(sibling.engine, false), sibling.target);
   contest(options, text::concat(task.name, " of ", task.stored), "k/s", contestants);
@@ -161,15 +165,15 @@ void run_store(const Options& options) {
 void run_store_sync(const Options& options) {
   const StoreSettings settings{.synchronous = true};
   const std::size_t count = options.sized(2'000, 100);
+  const auto overwriting = [&](bool stamp) {
+    StoreSettings floor_settings = settings;
+    floor_settings.directory = fresh_directory(options, "store");
+    return overwrite_and_flush(floor_settings, count, stamp);
+  };
   contest(options, text::concat("store-sync ", count), "k/s",
           {{"Quenor", [&] { return store_nodes(options, open_quenor, settings, count); }},
-           {"floor: overwrite and flush",
-            [&] {
-              StoreSettings floor_settings = settings;
-              floor_settings.directory = fresh_directory(options, "store");
-              return overwrite_and_flush(floor_settings, count);
-            },
-            at_least(0.7)},
+           {"overwrite and flush", [&] { return overwriting(false); }, at_least(0.7)},
+           {"floor: the same and the stamp", [&] { return overwriting(true); }, at_least(0.8)},
            storing(options, sqlite, settings, count, at_least(1)),
            storing(options, lmdb, settings, count, {}),
            storing(options, rocksdb, settings, count, {})});
@@ -227,7 +231,13 @@ void run_rewrite(const Options& options) {
                  store.rewrite({id_of(random), id_of(random / children_each), larger_text});
                },
            .undo = [](Store& store, std::uint64_t random, std::size_t) { store.rewrite(node_at(random)); }},
-          {{sqlite, at_least(1)}, {lmdb, {}}, {rocksdb, {}}});
+          {{sqlite, at_least(1)}, {lmdb, {}}, {rocksdb, {}}},
+          Contestant{"floor",
+                     [&options, operations] {
+                       return move_at_the_floor({.directory = fresh_directory(options, "floor")},
+                                                usual_store(options), operations);
+                     },
+                     at_least(0.8)});
 }
 
 void run_free(const Options& options) {

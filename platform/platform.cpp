@@ -11,6 +11,10 @@ System* current = nullptr;
 
 }  // namespace
 
+std::span<const std::byte> Mapping::view() {
+  return bytes();
+}
+
 Status Mapping::write(std::size_t offset, std::span<const std::byte> source) {
   std::ranges::copy(source, bytes().subspan(offset).begin());
   return {};

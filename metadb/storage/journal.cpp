@@ -143,9 +143,9 @@ void throw_if_journal_unusable() {
 }
 
 void journal_format() {
-  const auto journal = journal_bytes();
   if (!journal_is_mapped())
     throw error_internal("No journal mapped");
+  const auto journal = journal_bytes_to_change();
   if (journal.size() < format::journal_header_size)
     throw error_range("Access beyond end of journal attempted");
   forget_everything();
@@ -155,7 +155,6 @@ void journal_format() {
   for (unsigned half = 0; half < format::journal_header::pointer_count; ++half) {
     format::store_index_pointer(journal, half, {});
   }
-  journal_mark_written();
   journal_sync();
 }
 

@@ -1,6 +1,7 @@
 #include "journal_writer.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "common/errors.h"
@@ -25,10 +26,9 @@ void check_range(std::uint64_t position, std::uint64_t size) {
 }
 
 std::span<std::byte> checked_range(std::uint64_t position, std::uint64_t size) {
-  const auto journal = journal_bytes();
   check_range(position, size);
-  journal_mark_written();
-  return journal.subspan(static_cast<std::size_t>(position), static_cast<std::size_t>(size));
+  return journal_bytes_to_change().subspan(static_cast<std::size_t>(position),
+                                           static_cast<std::size_t>(size));
 }
 
 // The position of the first begin entry's magic from `at` on, at the distance of whole entries; `end` if
@@ -76,8 +76,11 @@ void JournalWriter::resume(std::uint64_t serial, unsigned half) {
 void JournalWriter::enter_other_half() {
   const unsigned next = 1 - half_;
   const std::uint64_t first_entry = geometry().first_entry(next);
-  const auto header = checked_range(0, format::journal_header_size);
+  check_range(0, format::journal_header_size);
+  std::array<std::byte, format::journal_header_size> header;
+  std::ranges::copy(journal_bytes().first(header.size()), header.begin());
   format::store_index_pointer(header, next, {serial_ + 1, static_cast<std::uint32_t>(first_entry)});
+  journal_write(0, header);
   half_ = next;
   serial_ += 1;
   position_ = first_entry;
@@ -103,11 +106,9 @@ bool JournalWriter::strike_out_stale_begins() {
       may_hold_stale_begins_[next] = true;
     if (serial != serial_ + 1)
       continue;
-    std::ranges::fill(entry, std::byte{0});
+    std::ranges::fill(checked_range(at, entry.size()), std::byte{0});
     struck = true;
   }
-  if (struck)
-    journal_mark_written();
   return struck;
 }
 
@@ -177,11 +178,13 @@ void JournalWriter::write_end(std::uint32_t crc) {
 }
 
 void JournalWriter::write_redirection() {
-  const auto entry = checked_range(position_, format::redirection_entry::size);
+  check_range(position_, format::redirection_entry::size);
   journal_meters::bytes.increment(format::redirection_entry::size);
+  std::array<std::byte, format::redirection_entry::size> entry;
   bytes::store_u32(entry, 0, format::redirection_entry::magic_word);
   bytes::store_u32(entry, format::redirection_entry::jpos,
                    static_cast<std::uint32_t>(geometry().first_entry(1 - half_)));
+  journal_write(position_, entry);
 }
 
 void JournalWriter::write_raw(std::span<const std::byte> entries) {

@@ -121,10 +121,6 @@ bool journal_has_failed() {
   return journal.sync_failure.has_failed();
 }
 
-void journal_mark_written() {
-  journal.written = true;
-}
-
 void journal_sync_if_written() {
   if (journal.written)
     journal_sync();
@@ -154,9 +150,16 @@ bool journal_is_mapped() {
   return journal.mapping != nullptr;
 }
 
-std::span<std::byte> journal_bytes() {
+std::span<const std::byte> journal_bytes() {
   if (!journal_is_mapped())
     return {};
+  return journal.mapping->view().first(static_cast<std::size_t>(journal.usable_length));
+}
+
+std::span<std::byte> journal_bytes_to_change() {
+  if (!journal_is_mapped())
+    return {};
+  journal.written = true;
   return journal.mapping->bytes().first(static_cast<std::size_t>(journal.usable_length));
 }
 

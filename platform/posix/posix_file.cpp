@@ -54,16 +54,22 @@ class PosixMapping final : public Mapping {
   PosixMapping& operator=(const PosixMapping&) = delete;
 
   std::span<std::byte> bytes() override {
-    if (view_ == nullptr)
-      return {};
-    return {view_ + lead_, view_length_ - lead_};
+    may_have_changes_ = true;
+    return mapped();
   }
+
+  std::span<const std::byte> view() override { return mapped(); }
 
   Status sync() override {
-    return outcome(uninterrupted([&] { return ::msync(view_, view_length_, MS_SYNC); }));
+    if (!may_have_changes_)
+      return {};
+    const Status synced = outcome(uninterrupted([&] { return ::msync(view_, view_length_, MS_SYNC); }));
+    may_have_changes_ = !synced.ok();
+    return synced;
   }
 
-  // The first touch of a page since the last sync costs a fault, several times as much as the copy.
+  // The first touch of a page since the last sync costs a fault, several times as much as the copy; what is
+  // written here is the file's at once and needs no sync of the view.
   Status write(std::size_t offset, std::span<const std::byte> source) override {
     while (!source.empty()) {
       const ssize_t count = uninterrupted(
@@ -95,6 +101,11 @@ class PosixMapping final : public Mapping {
   }
 
  private:
+  std::span<std::byte> mapped() const {
+    if (view_ == nullptr)
+      return {};
+    return {view_ + lead_, view_length_ - lead_};
+  }
   off_t position_of(std::size_t offset) const {
     return static_cast<off_t>(offset_ + offset);
   }
@@ -104,6 +115,7 @@ class PosixMapping final : public Mapping {
   std::size_t lead_;
   int descriptor_;
   std::uint64_t offset_;
+  bool may_have_changes_ = false;
 };
 
 class PosixFile final : public File {

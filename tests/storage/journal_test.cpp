@@ -92,7 +92,7 @@ TEST_F(JournalTest, ASerialIsNeverMetTwice) {
   create(8192, 8192);
   open();
   // What a half may hold from before: a complete transaction that already bears the next serial.
-  const auto half = mdb::journal_bytes().subspan(4096);
+  const auto half = mdb::journal_bytes_to_change().subspan(4096);
   commit("ghost", 600);
   std::ranges::copy(mdb::journal_bytes().subspan(48, 64), half.begin() + 800);
   bytes::store_u64(half, 808, 2);

@@ -70,8 +70,10 @@ class Mapping {
  public:
   virtual ~Mapping() = default;
 
-  // The mapped bytes; empty after unmap().
+  // The mapped bytes, to be changed; empty after unmap().
   virtual std::span<std::byte> bytes() = 0;
+  // The same, for looking at. Spares the next sync() what looking for changes in them would cost.
+  virtual std::span<const std::byte> view();
   // Hands all changed bytes to the file. Only a File::sync after it makes them durable.
   virtual Status sync() = 0;
   // Copies `source` into bytes() from `offset` on, where it must fit. Where the system takes long to make a

@@ -23,15 +23,14 @@ void journal_map(const std::string& name, std::uint64_t offset, std::uint64_t le
 // Throws error_io.
 void journal_sync();
 
-// Copies bytes into the journal at `position`, where they must fit. Much faster than through journal_bytes()
-// when entries follow one another; the system starts to write them out before the next sync.
+// Copies bytes into the journal at `position`, where they must fit. Much faster than through
+// journal_bytes_to_change() when entries follow one another; the system starts to write them out before the next sync.
 // Throws error_io when the system refuses, which like a failed flush lasts until a journal is mapped anew.
 void journal_write(std::uint64_t position, std::span<const std::byte> bytes);
 // Whether a write or a flush of the journal has failed.
 bool journal_has_failed();
 
-// Notes that journal bytes have been changed since the last sync; a sync when there are such.
-void journal_mark_written();
+// A sync when journal bytes may have been changed since the last one.
 void journal_sync_if_written();
 
 // Syncs, unmaps and closes. Throws error_io.
@@ -46,7 +45,9 @@ void throw_if_sync_failed();
 // Whether a journal is attached.
 bool journal_is_mapped();
 // The bytes that may hold the journal: the mapped ones up to the limit. Empty when nothing is mapped.
-std::span<std::byte> journal_bytes();
+std::span<const std::byte> journal_bytes();
+// The same to be changed.
+std::span<std::byte> journal_bytes_to_change();
 // The length that was mapped, for reports.
 std::uint64_t journal_mapped_length();
 
