@@ -8,12 +8,16 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 readonly here work
 
-# browse PAGE: prints the document as a browser of its own has made it, which may complain about nothing.
+# browse PAGE SCRIPT [OPTION...]: the document as a browser of its own has made it, to $work/dom, the script of the
+# test behind that of the page. Nothing may be complained about.
 browse() {
+  { sed '/<\/body>/,$d' "$1"; echo '<script>'; cat "$here/$2"; echo '</script></body></html>'; } >"$work/tested.html"
   timeout 120 chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run \
     --disable-background-networking --disable-component-update --disable-sync \
-    --user-data-dir="$(mktemp -d -p "$work")" --enable-logging=stderr --dump-dom "file://$1" 2>"$work/messages"
+    --user-data-dir="$(mktemp -d -p "$work")" --enable-logging=stderr "${@:3}" \
+    --dump-dom "file://$work/tested.html" >"$work/dom" 2>"$work/messages"
   ! grep CONSOLE "$work/messages" >&2
+  ! grep -o 'data-error="[^"]*"' "$work/dom" >&2
 }
 
 # Every element with a name of what it counts, as "name value".
@@ -27,11 +31,7 @@ check_page() {
   local directory=$1 page=$work/page.html
   rm -f "$page"
   "$dbinfo" --report "$page" "$directory"
-  # The script of the test runs behind that of the page.
-  { sed '/<\/body>/,$d' "$page"; echo '<script>'; cat "$here/hover.js"; echo '</script></body></html>'; } \
-    >"$work/hovered.html"
-  browse "$work/hovered.html" >"$work/dom"
-  grep -o 'data-error="[^"]*"' "$work/dom" >&2 && exit 1
+  browse "$page" hover.js
   "$dbinfo" --chains --json "$directory" >"$work/chains.json"
   "$dbinfo" --json "$directory" >"$work/summary.json"
   jq --raw-output --slurp --from-file "$here/expected_facts.jq" "$work/chains.json" "$work/summary.json" |
@@ -60,3 +60,8 @@ check_page "$work/filled"
 truncate --size 8G "$work/filled/main.tsdb"
 check_page "$work/filled"
 (($(wc -c <"$work/page.html") < 300000))
+# Every text can be read in both schemes.
+browse "$work/page.html" contrast.js --blink-settings=preferredColorScheme=1
+grep -q 'data-scheme="light" data-page="light"' "$work/dom"
+browse "$work/page.html" contrast.js --blink-settings=preferredColorScheme=0
+grep -q 'data-scheme="dark" data-page="dark"' "$work/dom"

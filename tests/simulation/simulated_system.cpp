@@ -61,6 +61,16 @@ class SimulatedMapping final : public platform::Mapping {
 
   std::span<std::byte> bytes() override { return view_.bytes; }
 
+  // A store like any other, but one that the system can refuse.
+  Status write(std::size_t offset, std::span<const std::byte> source) override {
+    const Verdict verdict = handle_.admit(Operation::mapping_write, view_.position + offset, source.size());
+    if (verdict.code != 0)
+      return Status{verdict.code};
+    const auto taken = source.first(std::min(source.size(), verdict.transfer_limit));
+    std::ranges::copy(taken, std::span(view_.bytes).subspan(offset).begin());
+    return Status{taken.size() == source.size() ? 0U : EIO};
+  }
+
   Status sync() override {
     const Verdict verdict = handle_.admit(Operation::mapping_sync);
     if (handle_.is_alive())

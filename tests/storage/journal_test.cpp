@@ -88,6 +88,42 @@ TEST_F(JournalTest, MisuseIsRefused) {
   EXPECT_FALSE(guard.is_open()) << "or it would abort a transaction of the next journal";
 }
 
+TEST_F(JournalTest, AForeignSerialInTheRunningJournalIsCorruption) {
+  create(8192, 8192);
+  open();
+  const std::uint32_t free = mdb::journal_free();
+  commit("stale", 512);
+  bytes::store_u64(mdb::journal_bytes_to_change(), 4096 - 8 - free + 8, 77);
+  pass_seconds(5);
+  EXPECT_EQ(thrown_by([] { mdb::transaction_begin(); }),
+            "internal: Stale transaction found in running journal");
+  EXPECT_NE(in_file(512, 5), "stale");
+}
+
+TEST_F(JournalTest, WhatCannotBeWrittenStaysFailedUntilReopened) {
+  using simulation::Operation;
+  const std::tuple<Operation, const char*, const char*> cases[] = {
+      {Operation::mapping_write, journal_path, "io: Error when syncing journal"},
+      {Operation::mapping_sync, journal_path, "io: Error when syncing journal"},
+      {Operation::sync, store_path, "io: sync error on backing store"}};
+  for (const auto& [operation, file, thrown] : cases) {
+    create(8192, 8192);
+    open();
+    commit("durable", 0, false);
+    commit("lazy", 512);
+    sim_.inject({.operation = operation, .path_end = file});
+    for (int i = 0; i < 2; ++i) {
+      EXPECT_EQ(thrown_by([] { mdb::journal_flip(false); }), thrown);
+      EXPECT_EQ(thrown_by([] { mdb::transaction_begin(); }), thrown);
+    }
+    forget();
+    open();
+    EXPECT_EQ(in_file(0, 7), "durable");
+    EXPECT_EQ(in_file(512, 4), "lazy");
+    forget();
+  }
+}
+
 TEST_F(JournalTest, ASerialIsNeverMetTwice) {
   create(8192, 8192);
   open();

@@ -33,6 +33,7 @@ enum class Operation {
   set_time,
   map,
   close,
+  mapping_write,
   mapping_sync,
   mapping_unmap,
   mapping_close,
@@ -65,7 +66,7 @@ struct Fault {
 struct Event {
   Operation operation;
   std::string path{};          // with slashes
-  std::uint64_t position = 0;  // of reads, writes and maps
+  std::uint64_t position = 0;  // in the file, of reads, writes and maps
   std::uint64_t length = 0;
   std::uint32_t code = 0;  // of an injected failure, else 0
 
