@@ -18,12 +18,34 @@ namespace {
 struct Finished {
   double milliseconds;
   double processor_milliseconds;
-  long peak_kibibytes;
 };
 
 double milliseconds(const timeval& time) {
   return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_usec) / 1e3;
 }
+
+// While it lives, programs that are started fail when they want more memory of their own; mapped files do not
+// count.
+class PrivateMemoryLimit {
+ public:
+  static constexpr rlim_t bytes = rlim_t{12} << 20;
+
+  PrivateMemoryLimit() {
+    getrlimit(RLIMIT_DATA, &before_);
+    set({bytes, before_.rlim_max});
+  }
+  ~PrivateMemoryLimit() { setrlimit(RLIMIT_DATA, &before_); }
+  PrivateMemoryLimit(const PrivateMemoryLimit&) = delete;
+  PrivateMemoryLimit& operator=(const PrivateMemoryLimit&) = delete;
+
+ private:
+  static void set(const rlimit& limit) {
+    if (setrlimit(RLIMIT_DATA, &limit) != 0)
+      throw std::runtime_error("The memory of the tool cannot be limited");
+  }
+
+  rlimit before_{};
+};
 
 // Runs a program to its end, with the file as its input and without output.
 Finished run_program(std::vector<std::string> words, const std::string& input) {
@@ -37,6 +59,7 @@ Finished run_program(std::vector<std::string> words, const std::string& input) {
     arguments.push_back(word.data());
   arguments.push_back(nullptr);
 
+  const PrivateMemoryLimit limit;
   const Clock clock;
   pid_t process = 0;
   int status = -1;
@@ -48,12 +71,11 @@ Finished run_program(std::vector<std::string> words, const std::string& input) {
   posix_spawn_file_actions_destroy(&streams);
   if (!ended || status != 0)
     throw std::runtime_error(words[0] + " has failed");
-  return {seconds * 1000, milliseconds(usage.ru_utime) + milliseconds(usage.ru_stime), usage.ru_maxrss};
+  return {seconds * 1000, milliseconds(usage.ru_utime) + milliseconds(usage.ru_stime)};
 }
 
 // The tool beside its bare sibling, by the clock and by the processor.
 void create(const Options& options, const std::string& workload, int checks, Target target) {
-  long peak = 0;
   const auto tool = [&] {
     const std::string directory = fresh_directory(options, "creation");
     const std::string answers = options.directory / "answers";
@@ -61,12 +83,9 @@ void create(const Options& options, const std::string& workload, int checks, Tar
                                            directory, '\n');
     const bool is_default = checks == 10;
     const std::string program = options.programs / "quenor-createdb";
-    const Finished finished =
-        run_program(is_default ? std::vector{program, std::string("-d"), directory, std::string("-f")}
-                               : std::vector{program, std::string("-i"), std::string("-f")},
-                    answers);
-    peak = std::max(peak, finished.peak_kibibytes);
-    return finished;
+    return run_program(is_default ? std::vector{program, std::string("-d"), directory, std::string("-f")}
+                                  : std::vector{program, std::string("-i"), std::string("-f")},
+                       answers);
   };
   const auto bare = [&] {
     return run_program(
@@ -93,7 +112,7 @@ void create(const Options& options, const std::string& workload, int checks, Tar
               return Outcome{bare().processor_milliseconds, {}};
             },
             at_most(1.5)}});
-  remark(text::concat("peak memory of the tool ", peak, " KiB, mapped pages of files included"));
+  remark(text::concat("the tool had ", PrivateMemoryLimit::bytes >> 20, " MiB of private memory at most"));
 }
 
 }  // namespace

@@ -42,7 +42,7 @@ struct TransactionExtent {
 };
 
 // Measures the transaction that begins at `begin`, and logs what is wrong with it; the second form looks at
-// its checksum as well, which what this process wrote itself does not need.
+// its checksum as well, which what was written a moment before does not need.
 // REQUIRES: there is a begin entry. Throws error_range when an entry would begin past the journal's end.
 TransactionExtent measure_transaction(JournalBytes journal, std::uint64_t begin);
 TransactionExtent check_transaction(JournalBytes journal, std::uint64_t begin);

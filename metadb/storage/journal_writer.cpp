@@ -129,6 +129,13 @@ std::span<std::byte> JournalWriter::claim(std::uint64_t size) {
   return entry;
 }
 
+void JournalWriter::keep_unwritten(std::span<std::byte> entry, std::size_t from, std::size_t length) const {
+  if (entry.size() > gathered_limit)
+    return;  // it is the journal itself
+  const auto place = static_cast<std::size_t>(position_) - entry.size() + from;
+  std::ranges::copy(journal_bytes().subspan(place, length), entry.subspan(from).begin());
+}
+
 void JournalWriter::flush() {
   if (gathered_bytes_ == 0)
     return;
@@ -143,6 +150,8 @@ void JournalWriter::look_for_begins(std::span<const std::byte> entries) {
 
 void JournalWriter::write_begin() {
   const auto entry = claim(format::begin_entry::size);
+  keep_unwritten(entry, format::begin_entry::unwritten,
+                 format::begin_entry::serial - format::begin_entry::unwritten);
   bytes::store_u32(entry, 0, format::begin_entry::magic_word);
   bytes::store_u64(entry, format::begin_entry::serial, serial_);
 }
@@ -151,10 +160,7 @@ std::uint32_t JournalWriter::write_update(std::span<const std::byte> data, std::
   const std::uint64_t start = position_;
   const auto entry = claim(format::update_entry_size(data.size()));
   const std::size_t data_end = format::update_entry::data + data.size();
-  const std::size_t padding = entry.size() - data_end;
-  // Padding is not written: what stood there stays, and the checksum covers it.
-  std::ranges::copy(journal_bytes().subspan(static_cast<std::size_t>(position_) - padding, padding),
-                    entry.begin() + static_cast<std::ptrdiff_t>(data_end));
+  keep_unwritten(entry, data_end, entry.size() - data_end);
   bytes::store_u32(entry, 0, format::update_entry::magic_word);
   bytes::store_u32(entry, format::update_entry::length, static_cast<std::uint32_t>(data.size()));
   bytes::store_u64(entry, format::update_entry::target, target);
@@ -194,7 +200,9 @@ void JournalWriter::write_raw(std::span<const std::byte> entries) {
 }
 
 void JournalWriter::move_back(std::uint64_t position) {
-  flush();
+  if (!journal_has_failed())
+    flush();
+  gathered_bytes_ = 0;
   position_ = position;
 }
 

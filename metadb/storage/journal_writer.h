@@ -14,8 +14,8 @@ namespace mdb {
 // The writer of one mapped journal. Each write begins at position() and advances it by the entry's size;
 // the "bytes" meter counts it. Throws error_range for an entry past the journal's end.
 //
-// Entries are gathered in memory, and reach the journal at the end of their transaction at the latest, in one
-// piece: nobody but their own transaction reads them before.
+// Entries are gathered in memory, and reach the journal in large pieces, at the end of their transaction at
+// the latest: nobody but their own transaction reads them before.
 class JournalWriter {
  public:
   // Half 0 or 1: the one that is being written.
@@ -36,14 +36,15 @@ class JournalWriter {
   void write_begin();
   // Returns the position of the data within the journal.
   std::uint32_t write_update(std::span<const std::byte> data, std::uint64_t target);
-  // Brings the whole transaction into the journal. What fails leaves it as it was before the call.
+  // Brings the whole transaction into the journal. What fails leaves position() as it was before the call.
   void write_end(std::uint32_t crc);
   // Points to the first entry of the other half; the position does not advance.
   void write_redirection();
   // Writes entries that are already in their stored form.
   void write_raw(std::span<const std::byte> entries);
 
-  // Gives back everything from `position` on; the second form leaves zeros there.
+  // Gives back everything from `position` on; the second form leaves zeros there, unless the journal has
+  // failed.
   void move_back(std::uint64_t position);
   void move_back_and_erase(std::uint64_t position);
 
@@ -54,6 +55,8 @@ class JournalWriter {
 
  private:
   std::span<std::byte> claim(std::uint64_t size);
+  // Bytes of the entry claimed last that are not written: what stands in the journal stays.
+  void keep_unwritten(std::span<std::byte> entry, std::size_t from, std::size_t length) const;
   // Brings what is gathered into the journal.
   void flush();
   std::uint64_t gathered_from() const { return position_ - gathered_bytes_; }

@@ -102,7 +102,7 @@ void journal_sync() {
 }
 
 void journal_write(std::uint64_t position, std::span<const std::byte> bytes) {
-  throw_if_sync_failed();
+  journal.sync_failure.throw_if_failed();
   if (!journal.mapping->write(static_cast<std::size_t>(position), bytes).ok())
     journal.sync_failure.fail(std::string(sync_failed));
   journal.written = true;

@@ -31,11 +31,14 @@ void overlay_update(std::span<std::byte> buffer, std::uint64_t buffer_offset, st
       buffer.begin() + static_cast<std::ptrdiff_t>(start - buffer_offset));
 }
 
+void throw_incomplete_update() {
+  throw error_internal("Attempt to follow incomplete update sequence beyond end of active journal space");
+}
+
 void overlay_record(std::span<std::byte> buffer, std::uint64_t buffer_offset, const UpdateRecord& record,
                     std::span<const std::byte> journal) {
-  if (std::uint64_t{record.data_position} + record.length > journal.size()) {
-    throw error_internal("Attempt to follow incomplete update sequence beyond end of active journal space");
-  }
+  if (std::uint64_t{record.data_position} + record.length > journal.size())
+    throw_incomplete_update();
   overlay_update(buffer, buffer_offset, record.target, journal.subspan(record.data_position, record.length));
 }
 

@@ -17,6 +17,9 @@ namespace mdb {
 void overlay_update(std::span<std::byte> buffer, std::uint64_t buffer_offset, std::uint64_t target,
                     std::span<const std::byte> data);
 
+// Throws error_internal: the data of an update do not lie where the journal may hold them.
+[[noreturn]] void throw_incomplete_update();
+
 // The same for an update of a list, whose data lie in `journal`, the part of the journal that may hold them.
 // Throws error_internal when they do not.
 void overlay_record(std::span<std::byte> buffer, std::uint64_t buffer_offset, const UpdateRecord& record,

@@ -38,9 +38,10 @@ RunningHalf half;
   throw error_internal("Stale transaction found in running journal");
 }
 
-// Walks the transactions between the cursor and the last committed one, no entry further.
+// Walks the transactions between the cursor and the last committed one, no entry further. `measure` finds
+// where one ends, and may check it.
 template <typename Visitor>
-Cursor walk(Cursor from, Visitor visit) {
+Cursor walk(Cursor from, TransactionExtent (*measure)(JournalBytes, std::uint64_t), Visitor visit) {
   const JournalBytes journal = journal_bytes();
   std::uint64_t position = half.jpos + from.offset;
   std::uint64_t transactions = from.transactions;
@@ -54,7 +55,7 @@ Cursor walk(Cursor from, Visitor visit) {
     }
     if (kind != EntryKind::begin || begin_serial(journal, position) != serial)
       throw_stale();
-    const TransactionExtent extent = measure_transaction(journal, position);
+    const TransactionExtent extent = measure(journal, position);
     if (extent.state != TransactionExtent::State::complete)
       throw_stale();
     for_each_update(journal, extent, visit);
@@ -112,7 +113,7 @@ void running_half_count_commit() {
 
 void running_half_update_cache() {
   try {
-    half.cached = walk(half.cached, [](const Update& update) {
+    half.cached = walk(half.cached, measure_transaction, [](const Update& update) {
       if (update.data.empty())
         return;
       cache_apply_update(update.target, update.data);
@@ -130,7 +131,7 @@ void running_half_apply() {
   if (half.applied.transactions >= half.committed)
     return;
   journal_sync_if_written();
-  const Cursor applied = walk(half.applied, check_lies_within_store);
+  const Cursor applied = walk(half.applied, check_transaction, check_lies_within_store);
   for (const std::uint64_t block : half.unapplied.blocks())
     write_changed_block(block);
   half.applied = applied;  // R3

@@ -130,6 +130,8 @@ void end_outermost(bool lazy) {
 // Lays the open transactions' updates over a buffer that lies within one block.
 void overlay_pending(std::span<std::byte> buffer, std::uint64_t offset) {
   transactions.pending.for_each_of_block(offset / block_size(), [&](const UpdateRecord& record) {
+    if (std::uint64_t{record.data_position} + record.length > writer().position())
+      throw_incomplete_update();  // it did not come along into the other half
     overlay_update(buffer, offset, record.target, writer().written(record.data_position, record.length));
   });
 }

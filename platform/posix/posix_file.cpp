@@ -68,8 +68,9 @@ class PosixMapping final : public Mapping {
     return synced;
   }
 
-  // The first touch of a page since the last sync costs a fault, several times as much as the copy; what is
-  // written here is the file's at once and needs no sync of the view.
+  // The first touch of a page since the last sync costs a fault, several times as much as the copy. What is
+  // written here is the file's at once and needs no sync of the view, which shows it as the systems that this
+  // is built for keep one copy of a page for both.
   Status write(std::size_t offset, std::span<const std::byte> source) override {
     while (!source.empty()) {
       const ssize_t count = uninterrupted(
@@ -115,7 +116,7 @@ class PosixMapping final : public Mapping {
   std::size_t lead_;
   int descriptor_;
   std::uint64_t offset_;
-  bool may_have_changes_ = false;
+  bool may_have_changes_ = true;  // who knows what others have stored in the file
 };
 
 class PosixFile final : public File {

@@ -88,6 +88,26 @@ TEST_F(JournalTest, MisuseIsRefused) {
   EXPECT_FALSE(guard.is_open()) << "or it would abort a transaction of the next journal";
 }
 
+TEST_F(JournalTest, WhatAnEntryDoesNotSetStaysAsItWas) {
+  create(8192, std::size_t{1} << 20);
+  open();
+  std::ranges::fill(mdb::journal_bytes_to_change().subspan(48, 4096), std::byte{0xA5});
+  commit("hello", 0);
+  EXPECT_EQ(bytes::load_u32(mdb::journal_bytes(), 48 + 4), 0xA5A5'A5A5) << "of a begin entry";
+  EXPECT_EQ(bytes::load_u32(mdb::journal_bytes(), 48 + 16 + 24), 0x6FA5'A5A5) << "behind the data";
+}
+
+TEST_F(JournalTest, UpdatesThatDidNotComeAlongAreNotRead) {
+  create(8192, 8192);
+  open();
+  mdb::journal_flip(false);
+  mdb::Transaction transaction;
+  write(std::string(4052, 'x'), 0);
+  EXPECT_EQ(thrown_by([&] { transaction.end(); }), "internal: After journal flip; no space for transend.");
+  EXPECT_EQ(thrown_by([] { (void)mdb::read_block_copy(0); }),
+            "internal: Attempt to follow incomplete update sequence beyond end of active journal space");
+}
+
 TEST_F(JournalTest, AForeignSerialInTheRunningJournalIsCorruption) {
   create(8192, 8192);
   open();

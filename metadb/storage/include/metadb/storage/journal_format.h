@@ -68,6 +68,7 @@ inline constexpr std::size_t entry_alignment = 8;
 
 namespace begin_entry {
 inline constexpr std::uint32_t magic_word = bytes::magic("TBEG");
+inline constexpr std::size_t unwritten = 4;
 inline constexpr std::size_t serial = 8;
 inline constexpr std::size_t size = 16;
 }  // namespace begin_entry
