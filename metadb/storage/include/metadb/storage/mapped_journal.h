@@ -24,8 +24,9 @@ void journal_map(const std::string& name, std::uint64_t offset, std::uint64_t le
 void journal_sync();
 
 // Copies bytes into the journal at `position`, where they must fit. Much faster than through
-// journal_bytes_to_change() when entries follow one another; the system starts to write them out before the next sync.
-// Throws error_io when the system refuses, which like a failed flush lasts until a journal is mapped anew.
+// journal_bytes_to_change() when entries follow one another; the system starts to write them out before the
+// next sync. Throws error_io when the system refuses, which like a failed flush lasts until a journal is
+// mapped anew.
 void journal_write(std::uint64_t position, std::span<const std::byte> bytes);
 // Whether a write or a flush of the journal has failed.
 bool journal_has_failed();
