@@ -33,12 +33,12 @@ struct Mode {
 };
 
 const Mode modes[] = {
-    {"Default", {"-d", "/db", "-f"}, "", 5},
+    {"Default", {"-d", "/db", "-f"}, "", 10},
     {"DefaultWithoutAdministrator", {"-d", "/db", "-f", "-n"}, "", 20},
     {"DefaultEmpty", {"-d", "/db", "-f", "-c"}, "", 20},
     {"Confirmed", {"-i", "-c"}, "/db\ni\n4\ny\n2\n16384\n1\n/db\ny\n", 4},
-    {"InternalJournal", {"-i", "-f"}, "/db\ni\n4\n2\n16384\n1\n/db\n", 2},
-    {"SmallBlocksWithoutAdministrator", {"-i", "-f", "-n"}, "/db\ne\n/db\n4\n5\n1024\n1\n/db\n", 2},
+    {"InternalJournal", {"-i", "-f"}, "/db\ni\n4\n2\n16384\n1\n/db\n", 4},
+    {"SmallBlocksWithoutAdministrator", {"-i", "-f", "-n"}, "/db\ne\n/db\n4\n5\n1024\n1\n/db\n", 4},
     {"Empty", {"-i", "-f", "-c"}, "/db\ne\n/db\n4\n3\n16384\n1\n/db\n"},
 };
 
