@@ -82,9 +82,13 @@ Cost cost_of(std::size_t count, Step step) {
           each(before.bytes, after.bytes)};
 }
 
-// Microseconds of the processor for writing over the same bytes again in so many calls.
-double bare_writing(const Options& options, std::size_t calls, std::size_t bytes_each) {
+// Microseconds of the processor for writing as many bytes over again in as many calls, and a flush.
+double bare_writing(const Options& options, const Cost& cost) {
   constexpr std::size_t rounds = 100;
+  const auto calls = static_cast<std::size_t>(cost.calls);
+  if (calls == 0)
+    return 0;
+  const auto bytes_each = static_cast<std::size_t>(cost.bytes / cost.calls);
   const int descriptor =
       ::open((fresh_directory(options, "bare") / "file").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   const std::vector<std::byte> block(bytes_each);
@@ -95,6 +99,8 @@ double bare_writing(const Options& options, std::size_t calls, std::size_t bytes
       if (::pwrite(descriptor, block.data(), bytes_each, position) != static_cast<ssize_t>(bytes_each))
         throw std::runtime_error("Cannot write");
     }
+    if (::fsync(descriptor) != 0)
+      throw std::runtime_error("Cannot flush");
     if (round == 0)
       start = processor_seconds();  // the file has its length now
   }
@@ -126,10 +132,7 @@ void compare_early_and_late(const Options& options, const std::string& name, std
           {{"late", run},
            {text::concat("the ", early, "th, and bare writes of what it need not write"),
             [&] {
-              const auto more_calls = static_cast<std::size_t>(std::max(0.0, last.calls - first.calls));
-              const auto more_bytes = static_cast<std::size_t>(std::max(0.0, last.bytes - first.bytes));
-              const double writing =
-                  more_calls == 0 ? 0 : bare_writing(options, more_calls, more_bytes / more_calls);
+              const double writing = bare_writing(options, last) - bare_writing(options, first);
               return Outcome{first.microseconds + writing, {}};
             },
             at_most(1.25)}});
