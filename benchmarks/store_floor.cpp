@@ -24,6 +24,8 @@ constexpr std::size_t nodes_in_block = block_bytes / object_bytes;
 constexpr std::size_t space_transaction = 16 + 24 + 24 + 8;  // begin, two headers, end
 constexpr std::size_t node_transaction_rest = 16 + 8;
 constexpr std::size_t freed_header = 24;
+// A file is created in pieces of this size, which the system then keeps its pages in.
+constexpr std::size_t created_at_once = 4096;
 constexpr std::size_t written_out_at_once = std::size_t{1} << 20;
 
 void check(bool succeeded) {
@@ -36,7 +38,7 @@ class File {
   explicit File(const std::filesystem::path& path, std::uint64_t size)
       : descriptor_(::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600)) {
     check(descriptor_ >= 0);
-    grow_to(size);
+    append_zeros(size, created_at_once);
     flush();
   }
   ~File() { ::close(descriptor_); }
@@ -48,11 +50,7 @@ class File {
     check(::pwrite(descriptor_, bytes.data(), bytes.size(), static_cast<off_t>(position)) ==
           static_cast<ssize_t>(bytes.size()));
   }
-  void grow_to(std::uint64_t size) {
-    static const std::vector<std::byte> zeros(block_bytes);
-    for (; size_ < size; size_ += block_bytes)
-      write(zeros, size_);
-  }
+  void grow_to(std::uint64_t size) { append_zeros(size, block_bytes); }
   void flush() const { check(::fsync(descriptor_) == 0); }
   void stamp() const { check(::futimens(descriptor_, nullptr) == 0); }
   void start_flush(std::uint64_t position, std::uint64_t length) const {
@@ -62,6 +60,12 @@ class File {
   std::uint64_t size() const { return size_; }
 
  private:
+  void append_zeros(std::uint64_t size, std::size_t at_once) {
+    const std::vector<std::byte> zeros(at_once);
+    for (; size_ < size; size_ += at_once)
+      write(zeros, size_);
+  }
+
   int descriptor_;
   std::uint64_t size_ = 0;
 };
