@@ -75,8 +75,11 @@ constinit crc32_variants::Update chosen_update = choose_and_update;
 
 // Stands in for the chosen variant until the first checksum is computed.
 std::uint32_t choose_and_update(std::uint32_t value, std::span<const std::byte> data) {
-  const crc32_variants::Update multiplying = crc32_variants::multiplying_update();
-  chosen_update = multiplying != nullptr ? multiplying : crc32_variants::update_by_tables;
+  using namespace crc32_variants;
+  for (const Update update : {update_by_tables, multiplying_update(), wide_multiplying_update()}) {
+    if (update != nullptr)
+      chosen_update = update;
+  }
   return chosen_update(value, data);
 }
 

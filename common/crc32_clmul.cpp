@@ -1,16 +1,9 @@
-// The checksum by carry-less multiplication: polynomials over GF(2), lowest bit first.
-//
-// A register of n bits holds a polynomial below x^n; its bit i stands for x^(n-1-i), so a little-endian
-// load of message bytes has the first bit of the message as its highest power. The product of two 64-bit
-// registers comes out as bits 0 to 126; read as a 128-bit register that is the product of the polynomials
-// times x. Every constant below therefore holds one power less than the distance that it moves.
-//
-// Folding: V = L·x^64 + H, moved up by d bits, is congruent modulo P to L·(x^(64+d) mod P) +
-// H·(x^d mod P), which fits the register again and is added to the bits that stand d later.
+// The checksum by carry-less multiplication, 16 bytes at a time.
 
 #include <emmintrin.h>
 #include <wmmintrin.h>
 
+#include "crc32_folding.h"
 #include "crc32_variants.h"
 
 namespace security::crc32_variants {
@@ -20,19 +13,6 @@ constexpr std::size_t lane_size = sizeof(__m128i);
 constexpr std::size_t stride_size = 4 * lane_size;
 // Below this the tables are as fast: the final reduction costs about as much as 24 bytes there.
 constexpr std::size_t worthwhile_size = 2 * lane_size;
-
-// x^exponent mod P, in the upper half of a 64-bit register.
-consteval std::uint64_t power_of_x(int exponent) {
-  std::uint32_t power = 0x8000'0000;  // x^0
-  for (int i = 0; i < exponent; ++i)
-    power = power >> 1 ^ (power & 1) * polynomial;
-  return std::uint64_t{power} << 32;
-}
-
-// The constant that a product needs to move its other factor up by `distance` bits.
-consteval std::uint64_t mover(int distance) {
-  return power_of_x(distance - 1);
-}
 
 // P with its term x^32, as a register of 33 bits.
 constexpr std::uint64_t whole_polynomial = std::uint64_t{polynomial} << 1 | 1;
@@ -122,6 +102,8 @@ __m128i folded_strides(__m128i first, std::span<const std::byte>& data) {
   return sum;
 }
 
+}  // namespace
+
 std::uint32_t update_by_multiplication(std::uint32_t value, std::span<const std::byte> data) {
   if (data.size() < worthwhile_size)
     return update_by_tables(value, data);
@@ -136,8 +118,6 @@ std::uint32_t update_by_multiplication(std::uint32_t value, std::span<const std:
   }
   return update_by_tables(reduced(lane), data);
 }
-
-}  // namespace
 
 Update multiplying_update() {
   __builtin_cpu_init();

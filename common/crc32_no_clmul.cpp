@@ -6,4 +6,8 @@ Update multiplying_update() {
   return nullptr;
 }
 
+Update wide_multiplying_update() {
+  return nullptr;
+}
+
 }  // namespace security::crc32_variants

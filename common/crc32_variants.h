@@ -19,7 +19,12 @@ using Update = std::uint32_t (*)(std::uint32_t register_value, std::span<const s
 // Sixteen bytes a step from tables; runs everywhere.
 std::uint32_t update_by_tables(std::uint32_t register_value, std::span<const std::byte> data);
 
-// The carry-less multiplication, or null when this processor, or the one built for, has none.
+// Carry-less multiplication of 16 bytes at a time. REQUIRES: multiplying_update() is not null.
+std::uint32_t update_by_multiplication(std::uint32_t register_value, std::span<const std::byte> data);
+
+// The multiplications of 16 and of 32 bytes at a time; null when this processor, or the one built for, has
+// none. One that has the wide one has both.
 Update multiplying_update();
+Update wide_multiplying_update();
 
 }  // namespace security::crc32_variants
