@@ -1,6 +1,7 @@
 #include "metadb/objects/database.h"
 
 #include "common/errors.h"
+#include "live_offsets.h"
 #include "metadb/objects/allocator.h"
 #include "metadb/storage/backing_store.h"
 #include "metadb/storage/journal.h"
@@ -15,6 +16,7 @@ void (*forget_above)() = nullptr;
 void forget_database() {
   if (forget_above != nullptr)
     forget_above();
+  live_offsets::reset();
   alloc_reset();
   journal_abandon();
   mdb_forget_header();

@@ -13,6 +13,7 @@
 #include "common/errors.h"
 #include "common/log.h"
 #include "common/text.h"
+#include "live_offsets.h"
 #include "metadb/objects/allocator.h"
 #include "metadb/objects/data_block.h"
 #include "metadb/storage/backing_store.h"
@@ -111,8 +112,10 @@ ObjectHandle object_load(ObjectReference reference) {
 
 ObjectView object_view(ObjectReference reference, BlockBuffer& scratch) {
   require_reference(reference);
-  const ObjectView view{reference.block, reference.offset, view_block(reference.block, scratch)};
-  require_live(view);
+  const BlockView block = view_block_version(reference.block, scratch);
+  const ObjectView view{reference.block, reference.offset, block.bytes};
+  if (!live_offsets::contain(reference.block, block, reference.offset))
+    require_live(view);
   return view;
 }
 

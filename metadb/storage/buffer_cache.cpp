@@ -22,6 +22,7 @@ struct Entry {
   std::uint32_t block;
   std::uint32_t newer = no_entry;
   std::uint32_t older = no_entry;
+  std::uint64_t version = 0;
   BlockBuffer buffer;
 };
 
@@ -35,6 +36,7 @@ struct Cache {
 
 std::uint32_t limit = default_limit;
 Cache cache;
+std::uint64_t last_version = 0;  // of all caches
 
 std::uint64_t entry_count() {
   return cache.entries.size();
@@ -82,7 +84,7 @@ std::uint32_t add_entry(std::uint32_t block) {
   BlockBuffer buffer(block_size());
   read_committed(buffer, block);
   const auto index = static_cast<std::uint32_t>(cache.entries.size());
-  cache.entries.push_back({block, no_entry, no_entry, std::move(buffer)});
+  cache.entries.push_back({block, no_entry, no_entry, ++last_version, std::move(buffer)});
   link_in_front(index);
   return index;
 }
@@ -93,13 +95,14 @@ std::uint32_t reuse_oldest_entry(std::uint32_t block) {
   cache.table.erase(entry.block);
   read_committed(entry.buffer, block);  // C2: if this throws, no slot names the entry
   entry.block = block;
+  entry.version = ++last_version;
   move_to_front(index);
   return index;
 }
 
 }  // namespace
 
-std::span<const std::byte> cache_get_block(std::uint32_t block) {
+CachedBlock cache_get_version(std::uint32_t block) {
   std::uint32_t index;
   if (const auto found = cache.table.find(block)) {
     index = *found;
@@ -112,7 +115,12 @@ std::span<const std::byte> cache_get_block(std::uint32_t block) {
     index = cache.entries.size() != limit ? add_entry(block) : reuse_oldest_entry(block);
     cache.table.insert(block, index);
   }
-  return cache.entries[index].buffer.bytes();
+  const Entry& entry = cache.entries[index];
+  return {entry.buffer.bytes(), entry.version};
+}
+
+std::span<const std::byte> cache_get_block(std::uint32_t block) {
+  return cache_get_version(block).bytes;
 }
 
 std::span<const std::byte> cache_peek(std::uint32_t block) {
@@ -130,7 +138,9 @@ void cache_apply_update(std::uint64_t target, std::span<const std::byte> data) {
     const auto found = cache.table.find(static_cast<std::uint32_t>(block));
     if (!found.has_value())
       continue;
-    overlay_update(cache.entries[*found].buffer.bytes(), block * size_bytes, target, data);
+    Entry& entry = cache.entries[*found];
+    entry.version = ++last_version;
+    overlay_update(entry.buffer.bytes(), block * size_bytes, target, data);
   }
 }
 

@@ -241,11 +241,17 @@ BlockBuffer read_block_copy(std::uint32_t block) {
   return copy;
 }
 
-std::span<const std::byte> view_block(std::uint32_t block, BlockBuffer& scratch) {
-  if (!transactions.pending.touches(block))
-    return cache_get_block(block);
+BlockView view_block_version(std::uint32_t block, BlockBuffer& scratch) {
+  if (!transactions.pending.touches(block)) {
+    const auto [bytes, version] = cache_get_version(block);
+    return {bytes, version};
+  }
   scratch = read_block_copy(block);
-  return scratch.bytes();
+  return {scratch.bytes(), 0};
+}
+
+std::span<const std::byte> view_block(std::uint32_t block, BlockBuffer& scratch) {
+  return view_block_version(block, scratch).bytes;
 }
 
 void read_bytes_current(std::span<std::byte> buffer, std::uint64_t offset) {

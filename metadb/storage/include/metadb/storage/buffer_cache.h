@@ -15,8 +15,14 @@
 
 namespace mdb {
 
+struct CachedBlock {
+  std::span<const std::byte> bytes;
+  std::uint64_t version;  // above 0; no block has it again once its bytes may be others
+};
+
 // The block's committed bytes. The view is valid until the next call that may read or commit a block.
 // Throws what block_read throws; then the cache is as before, but the least recently used block may be gone.
+CachedBlock cache_get_version(std::uint32_t block);
 std::span<const std::byte> cache_get_block(std::uint32_t block);
 
 // The block's committed bytes when it is cached, else an empty span. Touches neither order nor meters.
