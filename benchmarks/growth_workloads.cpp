@@ -20,6 +20,8 @@
 namespace bench {
 namespace {
 
+constexpr std::uint32_t chain_sets = 3;
+
 void make_file(const std::string& path, std::uint64_t) {
   std::ofstream{path};
 }
@@ -35,7 +37,7 @@ void create_tsdb(const Options& options, std::uint32_t block_size, std::uint32_t
   std::cerr.setstate(std::ios::failbit);  // its progress
   tsdb::create_tsdb({.path = fresh_directory(options, "tsdb") / "main.tsdb",
                      .block_size = block_size,
-                     .chains = 3,
+                     .chains = chain_sets,
                      .initial_checks = checks,
                      .create_file = make_file});
   std::cerr.clear();
@@ -81,7 +83,8 @@ Cost cost_of(std::size_t count, Step step) {
           each(before.bytes, after.bytes)};
 }
 
-// Microseconds of the processor for writing as many bytes over again in as many calls, and a flush.
+// Microseconds of the processor for writing as many bytes over again in as many calls, and for two flushes:
+// one of the chain, whose blocks lie apart as the chains of all sets grow in turn, and one of the header.
 double bare_writing(const Options& options, const Cost& cost) {
   constexpr std::size_t rounds = 100;
   const auto calls = static_cast<std::size_t>(cost.calls);
@@ -91,17 +94,25 @@ double bare_writing(const Options& options, const Cost& cost) {
   const int descriptor =
       ::open((fresh_directory(options, "bare") / "file").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   const std::vector<std::byte> block(bytes_each);
-  double start = 0;
-  for (std::size_t round = 0; round <= rounds; ++round) {
-    for (std::size_t i = 0; i < calls; ++i) {
-      const auto position = static_cast<off_t>(i * bytes_each);
-      if (::pwrite(descriptor, block.data(), bytes_each, position) != static_cast<ssize_t>(bytes_each))
-        throw std::runtime_error("Cannot write");
-    }
+  const auto write_block = [&](std::size_t number) {
+    const auto position = static_cast<off_t>(number * bytes_each);
+    if (::pwrite(descriptor, block.data(), bytes_each, position) != static_cast<ssize_t>(bytes_each))
+      throw std::runtime_error("Cannot write");
+  };
+  const auto flush = [&] {
     if (::fsync(descriptor) != 0)
       throw std::runtime_error("Cannot flush");
-    if (round == 0)
-      start = processor_seconds();  // the file has its length now
+  };
+  for (std::size_t i = 0; i < calls * chain_sets; ++i)
+    write_block(i);
+  flush();
+  const double start = processor_seconds();
+  for (std::size_t round = 0; round < rounds; ++round) {
+    for (std::size_t i = 1; i < calls; ++i)
+      write_block(i * chain_sets);
+    flush();
+    write_block(0);
+    flush();
   }
   const double used = processor_seconds() - start;
   ::close(descriptor);
