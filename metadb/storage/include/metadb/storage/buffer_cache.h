@@ -6,6 +6,7 @@
 //   C2  Every entry of the list but one whose reading failed is named by exactly one slot of the table.
 //   C3  live slots ≤ non-empty slots, and live × 4 ≤ slots after an insertion until the table is at its
 //       largest.
+//   C4  A block's version is new whenever its bytes may be: once it is read, once an update is laid over it.
 
 #pragma once
 
@@ -17,7 +18,7 @@ namespace mdb {
 
 struct CachedBlock {
   std::span<const std::byte> bytes;
-  std::uint64_t version;  // above 0; no block has it again once its bytes may be others
+  std::uint64_t version;  // C4; above 0, and never that of another block
 };
 
 // The block's committed bytes. The view is valid until the next call that may read or commit a block.
