@@ -1,111 +1,149 @@
-// Every invariant of the journal, broken once, and the states that interrupted runs leave in it.
+// Journals put together by hand: what the opening makes of them, and what the inspection says of them.
 
 #include "journal_writer.h"
 
 namespace inspect_test {
 namespace {
 
+using support::LogCapture;
 using testing::Contains;
+using testing::EndsWith;
 
-TEST(Journal, DamageOfItsHeaderIsFound) {
+TEST(Journal, DamageOfItsHeaderIsFoundAndKeepsItFromBeingRead) {
   Pair pair;
-  const FileBytes journal = pair.file("main.odbj");
-  const unsigned newest = newest_half(journal);
-  const std::uint64_t pointer = pointer_of(newest), serial = bytes::load_u64(journal, pointer);
-  const auto start = static_cast<std::uint32_t>(half_start(journal, newest));
-  const Damage damages[] = {
-      {"journal magic", 0, 7},
-      {"journal version: found 9", 4, 9},
-      {"reserved word of the journal: found 7", 8, 7},
-      {"found neither readable", 16, {{28, 0}, {44, 0}}},
-      {"start of half", pointer + 8, with_crc(pointer, serial, start + 8)},
-      {"found its place at 4294967288", journal.size(), with_crc(pointer, serial, 0xFFFF'FFF8)},
-      {"serials of the halves", 16, with_crc(pointer, serial + 5, start)},
+  FileBytes sound = pair.file("main.odbj");
+  const JournalWriter writer(sound);
+  const std::uint64_t pointer = pointer_of(writer.half), serial = writer.serial;
+  const auto start = static_cast<std::uint32_t>(writer.position);
+  const std::pair<Damage, const char*> cases[] = {
+      {{"journal magic", 0, 7}, "fubar: Journal does not start with a journal header"},
+      {{"journal version: found 9", 4, 9},
+       "unsupported: Journal version 9 is unsupported - please upgrade Quenor first"},
+      {{"reserved word of the journal: found 7", 8, 7}, "nothing"},
+      {{"found neither readable", 16, {{28, 0}, {44, 0}}}, "need_repair: Both index pointers were invalid"},
+      {{"start of half", pointer + 8, with_crc(pointer, serial, start + 8)}, "nothing"},
+      {{"found its place at 4294967288", sound.size(), with_crc(pointer, serial, 0xFFFF'FFF8)},
+       "range: Access beyond end of journal attempted"},
+      {{"serials of the halves", 16, with_crc(pointer, serial + 5, start)}, "nothing"},
   };
-  expect_found(pair, "main.odbj", damages);
+  for (const auto& [damage, thrown] : cases) {
+    expect_found(pair, "main.odbj", std::span(&damage, 1));
+    pair.change("main.odbj", damage.writes);
+    EXPECT_EQ(support::thrown_by(Pair::open_mdb), thrown);
+    support::drop_databases();
+    pair.sim.set_contents("/db/main.odbj", sound);
+  }
+  EXPECT_THAT(LogCapture::lines(), Contains(EndsWith("POSSIBLE DATA LOSS: REPLAY IMPOSSIBLE")));
   pair.change("main.odbj", [](FileBytes& file) { file.resize(40); });
   expect_finding("main.odbj", Severity::damage, 0, "journal header: found 40 bytes");
 }
 
-// What follows in the newest half, the finding at a distance from the half's first entry, and part of what
-// the view of the journal says.
+constexpr const char* no_begin = "End of valid transaction-begin entries in journal.";
+constexpr const char* no_end = "End of valid transaction end entries in journal.";
+constexpr const char* bad_crc = "Invalid CRC in transaction - no more valid entries.";
+constexpr const char* stale = "Found stale transaction in journal - end of replay.";
+constexpr const char* second_redirection = "Encountered second redirection entry - end of replay.";
+constexpr const char* bad_redirection = "Encountered bad index in redirection entry - replay end.";
+
+// A journal in which the n-th transaction that counts writes n.
 struct Entries {
+  const char* finding;  // none for what is sound
   Severity severity;
-  std::uint64_t named;
-  const char* text;
-  const char* shown;
+  std::uint64_t named;    // where it is
+  const char* shown;      // part of what the view of the journal says
+  std::uint32_t applied;  // the number of the last transaction that counts
+  const char* logged;     // why the replay ends
   std::function<void(JournalWriter&)> write;
 };
 
-TEST(Journal, EntriesAreJudgedAndShown) {
+TEST(Journal, EntriesAreAppliedUpToTheFirstOtherAndJudgedAndShown) {
   Pair pair;
-  const FileBytes empty = pair.file("main.odbj");
-  const std::uint64_t start = half_start(empty, newest_half(empty));
-  const std::uint64_t other = half_start(empty, 1 - newest_half(empty));
+  FileBytes empty = pair.file("main.odbj");
+  const FileBytes mdb = pair.file("main.odb");
+  const JournalWriter writer(empty);
+  const unsigned half = writer.half, other = 1 - half;
+  const std::uint64_t serial = writer.serial, start = writer.position, other_start = writer.start_of(other);
+  const auto size = static_cast<std::uint32_t>(empty.size());
   constexpr auto damage = Severity::damage, note = Severity::note;
-  constexpr std::uint64_t far = std::uint64_t{1} << 46;
-  const auto two = [](JournalWriter& w, std::uint64_t more_serial) {
-    w.transaction().serial += more_serial;
-    w.transaction();
+  constexpr std::uint64_t limit = std::uint64_t{512} * block_size;  // addressable
+  // Two updates, of which the second writes there.
+  const auto two_updates = [](std::uint64_t target, std::uint32_t length = 4) {
+    return [=](JournalWriter& w) { w.transaction(1).begin().update(2).update(0, target, 0, length).end(); };
   };
+  const char *outside = "expected their end at", *lost = "cannot be read: the journal was entering";
+  const char *torn = "the last transaction is torn", *unmapped = ": past the mapped blocks\n";
   const Entries cases[] = {
-      {damage, 0, "found no update", "0 updates", [](auto& w) { w.begin().end(); }},
-      {damage, 24, "where the allocation map begins", "", [](auto& w) { w.transaction(100); }},
-      {damage, 24, "expected their end at", ": past the mapped blocks\n",
-       [](auto& w) { w.transaction(far); }},
-      {damage, 24, "for 4 bytes", ", does not fit\n", [](auto& w) { w.transaction(far); }},
-      {damage, 32, "reserved word", "", [](auto& w) { w.begin().update(some_data, 0, 3).end(); }},
-      {damage, 48, "redirection: found 64", "", [](auto& w) { w.transaction().redirect(64); }},
-      {damage, 48, "serial of the begin entry: found", "", [=](auto& w) { two(w, 1); }},
-      {note, 0, "a transaction is torn: it was", ", torn\n",
-       [](auto& w) { w.transaction().tear().transaction(); }},
-      {note, 0, "the last transaction is torn", ": torn\n", [](auto& w) { w.transaction().tear(); }},
-      {note, 0, "the last transaction is torn", "", [](auto& w) { w.begin().update(); }},
-      {note, 0, "a transaction that was begun only", ", begun\n", [](auto& w) { w.begin(); }},
-      {note, 48, "from an earlier use", ": stale entries\n", [=](auto& w) { two(w, ~std::uint64_t{1}); }},
-      {note, 48, "a redirection into half", ": redirected\n",
-       [=](auto& w) { w.transaction().redirect(other); }},
+      {nullptr, note, 0, ": nothing more\n", 2, no_begin, two_updates(limit - 4)},
+      {outside, damage, start + 96, ", does not fit\n", 1, bad_crc, two_updates(limit - 3)},
+      {outside, damage, start + 96, unmapped, 1, bad_crc, two_updates(~std::uint64_t{0})},
+      {torn, note, start + 48, "", 1, no_end, two_updates(some_data, ~0U)},
+      {torn, note, start + 48, "", 1, no_end, two_updates(some_data, ~0U - 20)},
+      {torn, note, start + 48, "", 1, no_end, two_updates(some_data, size)},
+      {"found no update", damage, start, "0 updates", 2, no_begin,
+       [](auto& w) { w.begin().end().transaction(2); }},
+      {"where the allocation map begins", damage, start + 24, "", 2, no_begin,
+       [](auto& w) { w.transaction(0, 100).transaction(2); }},
+      {"reserved word", damage, start + 32, "", 1, no_begin,
+       [](auto& w) { w.begin().update(1, some_data, 3).end(); }},
+      {"serial of the begin entry: found", damage, start + 48, "", 1, stale,
+       [=](auto& w) { w.transaction(1).go_on_with(serial + 1).transaction(2); }},
+      {"from an earlier use", note, start + 48, ": stale entries\n", 1, stale,
+       [=](auto& w) { w.transaction(1).go_on_with(serial - 1).transaction(2); }},
+      {"a transaction is torn: it was", note, start, ", torn\n", 0, bad_crc,
+       [](auto& w) { w.transaction(1).tear().transaction(2); }},
+      {torn, note, start + 48, ": torn\n", 1, bad_crc,
+       [](auto& w) { w.transaction(1).transaction(2).tear(); }},
+      {torn, note, start, "", 0, no_end, [](auto& w) { w.begin().update(1); }},
+      {"a transaction that was begun only", note, start, ", begun\n", 0, no_end, [](auto& w) { w.begin(); }},
+      {"a redirection into half", note, start + 48, ": redirected\n", 2, second_redirection,
+       [=](auto& w) {
+         w.transaction(1).redirect(other_start).enter(other, serial + 1).transaction(2).redirect(start);
+       }},
+      {"redirection: found 64", damage, start + 48, "", 1, no_begin,
+       [](auto& w) { w.transaction(1).redirect(64); }},
+      {"redirection: found", damage, start + 48, "", 1, bad_redirection,
+       [=](auto& w) { w.transaction(1).redirect(size - 7); }},
+      {"redirection: found", damage, start + 48, "", 1, no_begin,
+       [=](auto& w) { w.transaction(1).redirect(size - 8); }},
+      {lost, note, pointer_of(half), "", 1, no_begin, [=](auto& w) { w.transaction(1).lose_pointer(half); }},
+      {lost, note, pointer_of(other), "", 1, no_begin,
+       [=](auto& w) { w.transaction(1).lose_pointer(other); }},
+      // A half that was left has been applied, whatever its remains look like.
+      {lost, note, pointer_of(other), "", 2, no_begin,
+       [=](auto& w) {
+         w.transaction(1).transaction(9).tear().lose_pointer(other).enter(other, serial + 1).transaction(2);
+       }},
+      {lost, note, pointer_of(other), "", 1, no_begin,
+       [=](auto& w) { w.transaction(1).lose_pointer(other).enter(other, serial + 2).transaction(2); }},
+      {"serials of the halves", damage, pointer_of(0), "", 1, no_begin,
+       [=](auto& w) {
+         w.enter(1, serial).write_pointer().transaction(2).enter(0, serial).write_pointer().transaction(1);
+       }},
+      {"expected it within the half", damage, 32'776, "", 682, no_begin,
+       [=](auto& w) {
+         w.enter(0, serial + 1).write_pointer();
+         for (std::uint32_t i = 1; w.position < w.journal.size() / 2; ++i)
+           w.transaction(i);
+       }},
   };
   for (const Entries& c : cases) {
+    SCOPED_TRACE(testing::Message() << "case " << &c - cases << ": "
+                                    << (c.finding != nullptr ? c.finding : "sound"));
     pair.change("main.odbj", [&](FileBytes& journal) {
-      JournalWriter writer(journal);
-      c.write(writer);
+      JournalWriter again(journal);
+      c.write(again);
     });
-    expect_finding("main.odbj", c.severity, start + c.named, c.text);
+    if (c.finding != nullptr)
+      expect_finding("main.odbj", c.severity, c.named, c.finding);
+    EXPECT_EQ(Pair::inspect().journal->replayed_transactions, c.applied);
     EXPECT_THAT(run({"--journal", "/db"}).out, HasSubstr(c.shown));
+    LogCapture::take();
+    Pair::open_mdb();
+    support::drop_databases();
+    EXPECT_EQ(load_u32(pair.file("main.odb"), some_data), c.applied);
+    EXPECT_THAT(LogCapture::lines(), Contains(EndsWith(c.logged)));
     pair.sim.set_contents("/db/main.odbj", empty);
-  }
-}
-
-TEST(Journal, TransactionAcrossItsHalfIsDamage) {
-  Pair pair;
-  std::uint64_t named = 0;
-  pair.change("main.odbj", [&](FileBytes& journal) {
-    // The first half becomes the newest, filled by transactions up to its end and beyond.
-    write_all(journal, with_crc(pointer_of(0), JournalWriter(journal).serial + 1, 48));
-    JournalWriter writer(journal, 0);
-    while (writer.position < journal.size() / 2)
-      writer.transaction();
-    named = writer.position - 8;
-  });
-  expect_finding("main.odbj", Severity::damage, named, "expected it within the half");
-}
-
-// The pointer of either half may be lost while the journal enters that half.
-TEST(Journal, UnreadablePointerHidesNothing) {
-  Pair pair;
-  const FileBytes journal = pair.file("main.odbj");
-  for (const unsigned lost : {newest_half(journal), 1 - newest_half(journal)}) {
-    pair.sim.set_contents("/db/main.odbj", journal);
-    pair.change("main.odbj", [&](FileBytes& file) {
-      JournalWriter(file).transaction(some_data, 77);
-      file[pointer_of(lost) + 12] ^= std::byte{1};
-    });
-    const inspect::Inspection inspection = Pair::inspect();
-    expect_sound(inspection);
-    EXPECT_EQ(inspection.journal->replayed_transactions, 1U);
-    EXPECT_THAT(lines_of(inspection, Severity::note),
-                Contains(HasSubstr("cannot be read: the journal was entering that half")));
+    pair.sim.set_contents("/db/main.odb", mdb);
   }
 }
 
@@ -116,16 +154,14 @@ TEST(Journal, SearchForLaterTransactionsEnds) {
   pair.change("main.odbj", [](FileBytes& journal) {
     const std::uint64_t serial = JournalWriter(journal).serial;
     journal.resize(16 << 20);
-    write_all(journal, with_crc(pointer_of(0), serial, 48));
-    write_all(journal,
-              with_crc(pointer_of(1), serial - 1, static_cast<std::uint32_t>(half_start(journal, 1))));
-    JournalWriter writer(journal, 0);
-    writer.begin();
+    JournalWriter writer(journal);
+    writer.enter(1, serial - 1).write_pointer();
+    writer.enter(0, serial).write_pointer().begin();
     // Each update is 40 bytes long and ends with a begin entry, for which the next update is the first.
     for (std::uint64_t at = writer.position; at + 40 < journal.size() / 2; at += 40) {
-      const Writes update = {{at, bytes::magic("TUPD")}, {at + 4, 20}, {at + 24, bytes::magic("TBEG")}};
-      write_all(journal, update);
-      bytes::store_u64(journal, at + 32, serial);
+      write_all(
+          journal,
+          {{at, bytes::magic("TUPD")}, {at + 4, 20}, {at + 24, bytes::magic("TBEG")}, {at + 32, serial, 8}});
     }
   });
   const inspect::Inspection inspection = Pair::inspect();

@@ -36,16 +36,10 @@ struct StrangePair : Pair {
       std::ranges::copy(std::as_bytes(std::span("</scrip\xFF>\a\"")), file.begin() + static_cast<int>(name));
     });
     change("main.odbj", [](FileBytes& journal) {
-      JournalWriter(journal)
-          .transaction()
-          .begin()
-          .update()
-          .update(some_data + 512)
-          .end()
-          .transaction()
-          .tear();
-      const unsigned older = 1 - newest_half(journal);
-      JournalWriter(journal, older).transaction();
+      JournalWriter writer(journal);
+      writer.transaction().begin().update().update(0, some_data + 512).end().transaction().tear();
+      const unsigned older = 1 - writer.half;
+      writer.enter(older, writer.serial_of(older)).transaction();
     });
   }
 };
