@@ -9,10 +9,7 @@
 #include "metadb/objects/objects.h"
 #include "metadb/storage/journal.h"
 #include "nodemodel/node_lookup.h"
-#include "nodemodel/node_store.h"
 #include "nodemodel/record_reader.h"
-#include "nodemodel/serialization_cache.h"
-#include "timeseries/levels.h"
 
 namespace fuzz {
 namespace {
@@ -33,21 +30,6 @@ bool succeeds(Step step) {
 
 std::uint32_t index_count() {
   return std::min(mdb::index_root_count(), mdb::max_index_count);
-}
-
-mdb::ObjectReference store_node(std::uint32_t number, const std::string& name,
-                                mdb::ObjectReference reference = {}) {
-  mdb::clear_cache();
-  mdb::add_property(mdb::PropertyNodeId(0, {0, number}));
-  mdb::add_property(mdb::PropertyNodeId(2, {0, number / 8}));
-  mdb::add_property(mdb::PropertyString(51, name));
-  if (index_count() == mdb::max_index_count) {
-    mdb::add_property(mdb::PropertyBool(502, number % 2 == 0));
-    mdb::add_property(mdb::PropertyNodeId(number % 3 == 0 ? 59 : 3800, {1, number}));
-    mdb::add_property(mdb::PropertyNodeId(3901, {2, 7}));
-    mdb::add_property(mdb::PropertySomething32<std::uint32_t, 8>(2601, number));
-  }
-  return mdb::node_store(reference);
 }
 
 mdb::ObjectReference node(std::uint32_t number) {
@@ -84,39 +66,29 @@ void read_index(std::uint32_t index, Contents& contents) {
 }  // namespace
 
 Computer::Computer(const Files& files) {
-  system.add_directory(mdb_test::directory);
-  system.set_free_bytes(256 << 10);
+  sim.set_free_bytes(256 << 10);
   for (const auto& [path, bytes] : std::initializer_list<std::pair<const char*, const Bytes&>>{
            {support::tsdb_path, files.tsdb}, {mdb_path, files.mdb}, {journal_path, files.journal}}) {
     if (!bytes.empty())
-      system.add_file(path, bytes);
+      sim.add_file(path, bytes);
   }
 }
 
 Files make_files(const mdb_test::MdbShape& shape) {
   Computer computer;
-  computer.system.add_file(support::tsdb_path, {});
-  support::create_tsdb(support::tsdb_path, {});
-  for (std::uint32_t datatype = 1; datatype <= 3; ++datatype)
-    tsdb::allocate_described_ts({.datatype = datatype, .levels = {{20, 1}, {10, 2}}});
-  mdb_test::create_mdb(computer.system, shape);
+  support::make_pair(computer.sim, shape, {}, node_count - unapplied_nodes);
   open_database();
-  for (std::uint32_t number = 1; number <= node_count; ++number) {
-    store_node(number, "node " + std::to_string(number));
-    if (number + unapplied_nodes == node_count) {
-      mdb_test::close_mdb();
-      open_database();
-    }
-  }
+  for (std::uint32_t number = node_count - unapplied_nodes + 1; number <= node_count; ++number)
+    support::store_server_node(number, "node " + std::to_string(number));
   support::drop_databases();
-  return {computer.system.contents(support::tsdb_path), computer.system.contents(mdb_path),
-          shape.is_internal() ? Bytes{} : computer.system.contents(journal_path)};
+  return {computer.sim.contents(support::tsdb_path), computer.sim.contents(mdb_path),
+          shape.is_internal() ? Bytes{} : computer.sim.contents(journal_path)};
 }
 
 Bytes make_empty_journal() {
   Computer computer;
-  mdb_test::create_mdb(computer.system, shapes[0]);
-  return computer.system.contents(journal_path);
+  mdb_test::create_mdb(computer.sim, shapes[0]);
+  return computer.sim.contents(journal_path);
 }
 
 void open_database() {
@@ -144,10 +116,10 @@ void use_database() {
     return;
   (void)read_everything();
   succeeds([] {
-    const mdb::ObjectReference reference = store_node(new_number, "new");
-    store_node(new_number + 1, "another name", reference);
+    const mdb::ObjectReference reference = support::store_server_node(new_number, "new");
+    support::store_server_node(new_number + 1, "another name", reference);
   });
-  succeeds([] { store_node(known_number * 8, "longer", node(known_number)); });
+  succeeds([] { support::store_server_node(known_number * 8, "longer", node(known_number)); });
   succeeds([] { mdb::node_erase(node(known_number - 1)); });
   succeeds([] { mdb::journal_flip(true); });
   succeeds([] {

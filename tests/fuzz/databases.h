@@ -10,9 +10,6 @@
 #include <vector>
 
 #include "metadb/objects/index_key.h"
-#include "observe.h"
-#include "simulation/simulated_system.h"
-#include "small_mdb.h"
 #include "small_pair.h"
 
 namespace fuzz {
@@ -32,18 +29,9 @@ struct Files {
   Bytes journal;  // empty when it lies in the MDB
 };
 
-// A computer with these files in /db that the libraries use while it lives; an empty one is not there. What
-// the libraries have open at its end is dropped, as by the death of the process.
-class Computer {
- public:
+// Has these files in /db, but for the empty ones.
+struct Computer : support::Computer {
   explicit Computer(const Files& files = {});
-  ~Computer() { support::drop_databases(); }
-
-  simulation::SimulatedSystem system;
-
- private:
-  support::LogCapture log_;
-  simulation::Installed installed_{system};
 };
 
 // A pair as a process that died leaves it: of these nodes most of the last ones are in the journal alone.

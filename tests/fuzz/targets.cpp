@@ -144,7 +144,7 @@ bool gets_room(const Bytes& input) {
 
 void try_typing(const Bytes& input) {
   Computer computer;
-  computer.system.set_free_bytes(gets_room(input) ? 24 << 20 : 32 << 10);
+  computer.sim.set_free_bytes(gets_room(input) ? 24 << 20 : 32 << 10);
   std::string typed(input.size(), '\0');
   std::ranges::transform(input, typed.begin(), [](std::byte byte) { return static_cast<char>(byte); });
   const std::size_t line_end = std::min(typed.find('\n'), typed.size());

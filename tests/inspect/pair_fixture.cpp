@@ -8,34 +8,8 @@
 #include "inspect/command_line.h"
 #include "metadb/storage/journal_format.h"
 #include "nodemodel/node_lookup.h"
-#include "nodemodel/node_types.h"
-#include "timeseries/levels.h"
 
 namespace inspect_test {
-namespace {
-
-// A node like those of a server: every index has its share of them.
-void store_node(std::uint32_t number) {
-  using dbcache::node_type_t;
-  mdb::clear_cache();
-  mdb::add_property(mdb::PropertyNodeId(0, {0, number}));
-  mdb::add_property(mdb::PropertyNodeId(2, {0, number / 10}));
-  mdb::add_property(mdb::PropertyEnum<node_type_t>(3, number == 1 ? node_type_t::domain : node_type_t::host));
-  mdb::add_property(mdb::PropertyString(51, "node " + std::to_string(number)));
-  mdb::add_property(mdb::PropertyBool(502, number % 3 == 0));
-  mdb::add_property(mdb::PropertySomething32<unsigned, 1>(100, number));
-  mdb::add_property(mdb::PropertySomething32<unsigned, 8>(2601, number));
-  if (number % 2 == 0)
-    mdb::add_property(mdb::PropertyNodeId(59, {1, number}));
-  if (number % 5 == 0)
-    mdb::add_property(mdb::PropertyNodeId(3800, {2, 7}));
-  if (number % 7 == 0)
-    mdb::add_property(mdb::PropertyNodeId(3901, {3, number}));
-  mdb::node_store({});
-}
-
-}  // namespace
-
 Writes with_crc(std::uint64_t at, std::uint64_t first, std::uint32_t second) {
   std::array<std::byte, 12> covered;
   bytes::store_u64(covered, 0, first);
@@ -56,20 +30,10 @@ Pair::Pair(const Shape& wanted)
             .journal =
                 wanted.internal_journal ? mdb::JournalPlacement::internal : mdb::JournalPlacement::external,
             .index_count = root_count} {
-  mdb_test::create_mdb(sim, shape);
-  sim.add_file(support::tsdb_path, {});
   // Head and lblock chains of two blocks.
-  support::create_tsdb(support::tsdb_path, {block_size, 128, tsdb_sets, {200, 10, 40, 10}});
-  for (std::uint32_t datatype = 1; datatype <= 4; ++datatype)
-    tsdb::allocate_described_ts({.datatype = datatype, .levels = {{20, 1}, {10, 2}, {5, 3}}});
+  support::make_pair(sim, shape, {block_size, 128, tsdb_sets, {200, 10, 40, 10}}, wanted.nodes);
   if (wanted.nodes == 0)
     return;
-  open_mdb();
-  for (std::uint32_t number = 1; number <= wanted.nodes; ++number)
-    store_node(number);
-  mdb_test::close_mdb();
-  open_mdb();  // brings what the journal has into main.odb
-  mdb_test::close_mdb();
   change(shape.is_internal() ? "main.odb" : "main.odbj", [&](FileBytes& bytes) {
     const std::uint64_t start = shape.is_internal() ? at(shape.header_blocks()) : 0;
     const auto journal = std::span(bytes).subspan(start, shape.journal_bytes);

@@ -13,8 +13,6 @@
 #include <vector>
 
 #include "inspect/inspection.h"
-#include "observe.h"
-#include "small_mdb.h"
 #include "small_pair.h"
 
 namespace inspect_test {
@@ -48,10 +46,9 @@ struct Shape {
 };
 
 // The database files of one test, closed unless the test opens them. The journal is empty.
-class Pair {
+class Pair : public support::Computer {
  public:
   explicit Pair(const Shape& wanted = {});
-  ~Pair() { support::drop_databases(); }
 
   static void open_mdb() { support::open_nodes(mdb_test::mdb_path); }
   static void erase_node(std::uint32_t number);
@@ -90,13 +87,9 @@ class Pair {
   }
 
   const mdb_test::MdbShape shape;
-  simulation::SimulatedSystem sim;
 
  private:
   static std::uint64_t at(std::uint64_t block) { return block * block_size; }
-
-  simulation::Installed installed_{sim};
-  support::LogCapture log_;
 };
 
 // The findings of a severity, as "file block:offset text".

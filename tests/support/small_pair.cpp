@@ -8,6 +8,7 @@
 #include "metadb/objects/objects.h"
 #include "metadb/storage/backing_store.h"
 #include "metadb/storage/mdb_header.h"
+#include "nodemodel/node_types.h"
 #include "nodemodel/record_format.h"
 #include "nodemodel/record_reader.h"
 #include "timeseries/backing_store.h"
@@ -15,6 +16,7 @@
 #include "timeseries/chains.h"
 #include "timeseries/create_tsdb.h"
 #include "timeseries/header.h"
+#include "timeseries/levels.h"
 
 namespace support {
 
@@ -51,6 +53,44 @@ void drop_databases() {
     // The computer may have been off in between.
   }
   tsdb::tsdb_close();
+}
+
+mdb::ObjectReference store_server_node(std::uint32_t number, const std::string& name,
+                                       mdb::ObjectReference reference) {
+  using dbcache::node_type_t;
+  mdb::clear_cache();
+  mdb::add_property(mdb::PropertyNodeId(0, {0, number}));
+  mdb::add_property(mdb::PropertyNodeId(2, {0, number / 10}));
+  mdb::add_property(mdb::PropertyEnum<node_type_t>(3, number == 1 ? node_type_t::domain : node_type_t::host));
+  mdb::add_property(mdb::PropertyString(51, name));
+  if (mdb::index_root_count() >= mdb::max_index_count) {
+    mdb::add_property(mdb::PropertyBool(502, number % 3 == 0));
+    mdb::add_property(mdb::PropertySomething32<unsigned, 1>(100, number));
+    mdb::add_property(mdb::PropertySomething32<unsigned, 8>(2601, number));
+    if (number % 2 == 0)
+      mdb::add_property(mdb::PropertyNodeId(59, {1, number}));
+    if (number % 5 == 0)
+      mdb::add_property(mdb::PropertyNodeId(3800, {2, 7}));
+    if (number % 7 == 0)
+      mdb::add_property(mdb::PropertyNodeId(3901, {3, number}));
+  }
+  return mdb::node_store(reference);
+}
+
+void make_pair(simulation::SimulatedSystem& sim, const mdb_test::MdbShape& mdb, const TsdbShape& tsdb,
+               std::uint32_t nodes) {
+  mdb_test::create_mdb(sim, mdb);
+  sim.add_file(tsdb_path, {});
+  create_tsdb(tsdb_path, tsdb);
+  for (std::uint32_t datatype = 1; datatype <= 4; ++datatype)
+    tsdb::allocate_described_ts({.datatype = datatype, .levels = {{20, 1}, {10, 2}, {5, 3}}});
+  // The second opening brings what the journal has into the database.
+  for (std::uint32_t stored = 0; nodes != 0 && stored < 2 * nodes; stored += nodes) {
+    open_nodes(mdb_test::mdb_path);
+    for (std::uint32_t number = stored + 1; number <= nodes; ++number)
+      store_server_node(number, "node " + std::to_string(number));
+    mdb_test::close_mdb();
+  }
 }
 
 NodeFacts read_node(mdb::ObjectReference reference) {

@@ -10,6 +10,8 @@
 #include "metadb/objects/reference.h"
 #include "nodemodel/node_store.h"
 #include "nodemodel/serialization_cache.h"
+#include "observe.h"
+#include "small_mdb.h"
 
 namespace support {
 
@@ -25,17 +27,42 @@ struct TsdbShape {
 // Fills the file, which exists and is empty, and leaves the database open.
 void create_tsdb(const std::string& path, const TsdbShape& shape);
 
-// Opens the meta database up to the node model; its indexes get the roots that they lack.
-void open_nodes(const std::string& path, const std::optional<std::string>& journal_path = std::nullopt);
 // As the death of the process leaves everything, of both databases.
 void drop_databases();
 
+// A computer with an empty /db that the libraries use while it lives. What they have open at its end is
+// dropped.
+class Computer {
+ public:
+  Computer() { sim.add_directory(mdb_test::directory); }
+  ~Computer() { drop_databases(); }
+  Computer(const Computer&) = delete;
+  Computer& operator=(const Computer&) = delete;
+
+  simulation::SimulatedSystem sim;
+
+ private:
+  simulation::Installed installed_{sim};
+  LogCapture log_;
+};
+
+// Opens the meta database up to the node model; its indexes get the roots that they lack.
+void open_nodes(const std::string& path, const std::optional<std::string>& journal_path = std::nullopt);
 template <typename... Properties>
 mdb::ObjectReference store_node(mdb::ObjectReference reference, const Properties&... properties) {
   mdb::clear_cache();
   (mdb::add_property(properties), ...);
   return mdb::node_store(reference);
 }
+
+// A node like those of a server: of the indexes that the database has, each gets its share of them.
+mdb::ObjectReference store_server_node(std::uint32_t number, const std::string& name,
+                                       mdb::ObjectReference reference = {});
+
+// Makes a pair with time series of every datatype and nodes numbered from 1 on, and closes it; its journal
+// has nothing to apply.
+void make_pair(simulation::SimulatedSystem& sim, const mdb_test::MdbShape& mdb, const TsdbShape& tsdb,
+               std::uint32_t nodes);
 
 struct NodeFacts {
   std::uint32_t parent = 0;  // the second word of its id
