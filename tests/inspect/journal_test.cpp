@@ -8,34 +8,29 @@ namespace {
 using support::LogCapture;
 using testing::Contains;
 using testing::EndsWith;
+using testing::StartsWith;
 
-TEST(Journal, DamageOfItsHeaderIsFoundAndKeepsItFromBeingRead) {
+TEST(Journal, DamageOfItsHeaderKeepsItFromBeingRead) {
   Pair pair;
   FileBytes sound = pair.file("main.odbj");
   const JournalWriter writer(sound);
-  const std::uint64_t pointer = pointer_of(writer.half), serial = writer.serial;
-  const auto start = static_cast<std::uint32_t>(writer.position);
-  const std::pair<Damage, const char*> cases[] = {
-      {{"journal magic", 0, 7}, "fubar: Journal does not start with a journal header"},
-      {{"journal version: found 9", 4, 9},
-       "unsupported: Journal version 9 is unsupported - please upgrade Quenor first"},
-      {{"reserved word of the journal: found 7", 8, 7}, "nothing"},
-      {{"found neither readable", 16, {{28, 0}, {44, 0}}}, "need_repair: Both index pointers were invalid"},
-      {{"start of half", pointer + 8, with_crc(pointer, serial, start + 8)}, "nothing"},
-      {{"found its place at 4294967288", sound.size(), with_crc(pointer, serial, 0xFFFF'FFF8)},
+  const std::pair<Writes, const char*> cases[] = {
+      {{{0, 7}}, "fubar: Journal does not start with a journal header"},
+      {{{4, 9}}, "unsupported: Journal version 9 is unsupported - please upgrade Quenor first"},
+      {{{28, 0}, {44, 0}}, "need_repair: Both index pointers were invalid"},
+      {with_crc(pointer_of(writer.half), writer.serial, 0xFFFF'FFF8),
        "range: Access beyond end of journal attempted"},
-      {{"serials of the halves", 16, with_crc(pointer, serial + 5, start)}, "nothing"},
   };
-  for (const auto& [damage, thrown] : cases) {
-    expect_found(pair, "main.odbj", std::span(&damage, 1));
-    pair.change("main.odbj", damage.writes);
+  for (const auto& [writes, thrown] : cases) {
+    pair.change("main.odbj", writes);
     EXPECT_EQ(support::thrown_by(Pair::open_mdb), thrown);
     support::drop_databases();
     pair.sim.set_contents("/db/main.odbj", sound);
   }
   EXPECT_THAT(LogCapture::lines(), Contains(EndsWith("POSSIBLE DATA LOSS: REPLAY IMPOSSIBLE")));
   pair.change("main.odbj", [](FileBytes& file) { file.resize(40); });
-  expect_finding("main.odbj", Severity::damage, 0, "journal header: found 40 bytes");
+  EXPECT_THAT(lines_of(Pair::inspect(), Severity::damage),
+              Contains(HasSubstr("journal header: found 40 bytes")));
 }
 
 constexpr const char* no_begin = "End of valid transaction-begin entries in journal.";
@@ -133,9 +128,13 @@ TEST(Journal, EntriesAreAppliedUpToTheFirstOtherAndJudgedAndShown) {
       JournalWriter again(journal);
       c.write(again);
     });
-    if (c.finding != nullptr)
-      expect_finding("main.odbj", c.severity, c.named, c.finding);
-    EXPECT_EQ(Pair::inspect().journal->replayed_transactions, c.applied);
+    const inspect::Inspection inspection = Pair::inspect();
+    EXPECT_EQ(inspection.verdict() == inspect::Verdict::damaged, c.severity == Severity::damage);
+    const std::string place = text::concat("main.odbj -:", c.named, " ");
+    if (c.finding != nullptr) {
+      EXPECT_THAT(lines_of(inspection, c.severity), Contains(AllOf(StartsWith(place), HasSubstr(c.finding))));
+    }
+    EXPECT_EQ(inspection.journal->replayed_transactions, c.applied);
     EXPECT_THAT(run({"--journal", "/db"}).out, HasSubstr(c.shown));
     LogCapture::take();
     Pair::open_mdb();

@@ -19,6 +19,7 @@ Writes with_crc(std::uint64_t at, std::uint64_t first, std::uint32_t second) {
 
 void write_all(FileBytes& file, const Writes& writes) {
   for (const Write& write : writes) {
+    file.resize(std::max<std::uint64_t>(file.size(), write.at + write.size));
     for (unsigned i = 0; i < write.size; ++i)
       file.at(write.at + i) = static_cast<std::byte>(write.value >> 8 * (write.size - 1 - i));
   }
@@ -35,7 +36,7 @@ Pair::Pair(const Shape& wanted)
   if (wanted.nodes == 0)
     return;
   change(shape.is_internal() ? "main.odb" : "main.odbj", [&](FileBytes& bytes) {
-    const std::uint64_t start = shape.is_internal() ? at(shape.header_blocks()) : 0;
+    const std::uint64_t start = shape.is_internal() ? std::uint64_t{shape.header_blocks()} * block_size : 0;
     const auto journal = std::span(bytes).subspan(start, shape.journal_bytes);
     std::ranges::fill(journal.subspan(mdb::format::journal_header_size), std::byte{0});
   });
@@ -55,29 +56,6 @@ void Pair::change(const std::string& name, const Writes& writes) {
   change(name, [&writes](FileBytes& bytes) { write_all(bytes, writes); });
 }
 
-std::uint64_t Pair::object_of(std::uint32_t number) const {
-  const mdb::ObjectReference place = tree(0).entries.at(number - 1).data;
-  return at(place.block) + place.offset;
-}
-
-std::uint64_t Pair::property_of(std::uint32_t number, std::uint32_t property) const {
-  const FileBytes bytes = file("main.odb");
-  const std::uint64_t object = object_of(number), end = object + load_u32(bytes, object);
-  for (std::uint64_t entry = object + 4; entry < end; entry += load_u32(bytes, entry + 4)) {
-    if (load_u32(bytes, entry) == property)
-      return entry;
-  }
-  throw std::out_of_range("no such property");
-}
-
-std::uint64_t Pair::index_entry_of(std::uint32_t index, std::uint32_t number) const {
-  for (const auto& [place, key, data] : tree(index).entries) {
-    if (at(data.block) + data.offset == object_of(number))
-      return place;
-  }
-  throw std::out_of_range("no such entry");
-}
-
 std::vector<std::string> lines_of(const inspect::Inspection& inspection, Severity severity) {
   std::vector<std::string> lines;
   for (const inspect::Finding& finding : inspection.report.findings()) {
@@ -94,26 +72,6 @@ void expect_sound(const inspect::Inspection& inspection) {
   EXPECT_EQ(inspection.verdict(), inspect::Verdict::sound);
   EXPECT_THAT(lines_of(inspection, Severity::damage), testing::IsEmpty());
   EXPECT_THAT(inspection.unavailable, testing::IsEmpty());
-}
-
-void expect_finding(const std::string& file, Severity severity, std::uint64_t named,
-                    const std::string& text) {
-  const std::string place = file == "main.odbj"
-                                ? text::concat(file, " -:", named, " ")
-                                : text::concat(file, " ", named / block_size, ":", named % block_size, " ");
-  const inspect::Inspection inspection = Pair::inspect();
-  EXPECT_EQ(inspection.verdict() == inspect::Verdict::damaged, severity == Severity::damage) << text;
-  EXPECT_THAT(lines_of(inspection, severity),
-              testing::Contains(testing::AllOf(testing::StartsWith(place), HasSubstr(text))));
-}
-
-void expect_found(Pair& pair, const std::string& file, std::span<const Damage> damages) {
-  const FileBytes sound = pair.file(file);
-  for (const auto& [finding, named, writes] : damages) {
-    pair.change(file, writes);
-    expect_finding(file, Severity::damage, named, finding);
-    pair.sim.set_contents("/db/" + file, sound);
-  }
 }
 
 Outcome run(const std::vector<const char*>& arguments) {
