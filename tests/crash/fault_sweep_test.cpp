@@ -54,13 +54,6 @@ constexpr Operation operations[] = {
        put(state, 7, 9, 55);
        transaction.end();
      }},
-    {"EraseAll",
-     [](State& state) {
-       mdb::Transaction transaction;
-       while (!state.empty())
-         erase(state, state.begin()->first);
-       transaction.end();
-     }},
     {"SynchronousEnd", [](State& state) { store_all_in_one(state, 21, 22, false); }, true},
     {"EndInTheOtherHalf", [](State& state) { store_all_in_one(state, 23, 29, true); }},
     {"NestedAbort",
@@ -92,30 +85,6 @@ constexpr Operation operations[] = {
          (void)mdb::object_load(children.reference());
        (void)mdb::index_dump(mdb::index_root(mdb::node_id_index));
        (void)mdb::cache_get_block(8);
-     }},
-    {"ObjectsGivenUp",
-     [](State&) {
-       const mdb::Transaction transaction;
-       mdb::ObjectHandle object = mdb::object_load(node(9));
-       mdb::object_resize(object, 150);
-       object = mdb::object_load(node(2));
-       mdb::object_free(object);
-     }},
-    {"IndexesAndSpaceGivenUp",
-     [](State&) {
-       const mdb::ObjectReference place{9, 0};
-       const mdb::Transaction transaction;
-       for (std::uint32_t key = 100; key < 107; ++key) {
-         mdb::unique_put(mdb::node_id_index, {0, key}, place, false);
-         mdb::nonunique_insert(mdb::parent_id_index, {0, key % 2}, place);
-       }
-       mdb::unique_put(mdb::node_id_index, {0, 100}, place, true);
-       mdb::unique_delete(mdb::node_id_index, {0, 101});
-       mdb::nonunique_update(mdb::parent_id_index, {0, 1}, place, {9, 4});
-       mdb::nonunique_delete(mdb::parent_id_index, {0, 1}, {9, 4});
-       mdb::ObjectHandle space = mdb::alloc_space(0, 90);
-       mdb::object_split(space, 90);
-       mdb::mark_block(mdb::alloc_empty_block(0, true), mdb::BlockClass::leaf);
      }},
     {"Reopen",
      [](State&) {

@@ -48,19 +48,14 @@ constexpr Shape shapes[] = {
     {"LargestJournal", 8192, 128 << 20, JournalPlacement::external, 1, 1},
 };
 
-class ServerSession {
+class ServerSession : support::Computer {
  public:
   ServerSession(const Shape& shape, std::uint64_t seed) : block_size_(shape.block_size), random_(seed) {
     mdb::cache_set_limit(64);
-    create_database(system_, shape.block_size, shape.journal_bytes, shape.placement);
+    create_database(sim, shape.block_size, shape.journal_bytes, shape.placement);
     open_database();
   }
-  ~ServerSession() {
-    drop_databases();
-    mdb::cache_set_limit(8192);
-  }
-  ServerSession(const ServerSession&) = delete;
-  ServerSession& operator=(const ServerSession&) = delete;
+  ~ServerSession() { mdb::cache_set_limit(8192); }
 
   // Some work, an end of some kind in the midst of it, the recovery, and the comparison.
   void live_and_crash() {
@@ -69,9 +64,9 @@ class ServerSession {
     const bool cuts_power = !is_orderly && !one_in(6);
     try {
       if (one_in(2))
-        system_.write_back_mapped_stores(random_());
+        sim.write_back_mapped_stores(random_());
       if (cuts_power)
-        system_.inject({.occurrence = 1 + up_to(60), .power_fails = true});
+        sim.inject({.occurrence = 1 + up_to(60), .power_fails = true});
       for (std::uint32_t rest = 1 + up_to(15); rest > 0; --rest)
         one_step();
       if (is_orderly) {
@@ -84,10 +79,10 @@ class ServerSession {
         throw;
     }
     drop_databases();
-    system_.clear_faults();
+    sim.clear_faults();
     const simulation::Policy policy = random_policy();
     if (cuts_power || is_orderly)
-      system_.power_cut(policy);
+      sim.power_cut(policy);
     expect_sound();
     expect_sound_recovery(cuts_power || is_orderly);
     expect_sound();
@@ -155,7 +150,7 @@ class ServerSession {
   void one_step() {
     const std::uint32_t dice = up_to(19);
     if (dice == 0)
-      return system_.advance_microseconds(1'000'000);
+      return sim.advance_microseconds(1'000'000);
     if (dice == 1) {
       mdb::journal_flip(one_in(2));
       history_ = {history_.back()};
@@ -177,21 +172,21 @@ class ServerSession {
     std::optional<State> expected;
     while (after_a_cut && one_in(3)) {
       if (!expected) {
-        simulation::SimulatedSystem twin(system_);
+        simulation::SimulatedSystem twin(sim);
         const simulation::Installed use(twin);
         open_database();
         expected = stored_state();
         drop_databases();
       }
-      system_.inject({.occurrence = 1 + up_to(30), .power_fails = true});
+      sim.inject({.occurrence = 1 + up_to(30), .power_fails = true});
       try {
         open_database();
       } catch (const error::Exception&) {
         // The next one finds what this one left.
       }
       drop_databases();
-      system_.clear_faults();
-      system_.power_cut(random_policy());
+      sim.clear_faults();
+      sim.power_cut(random_policy());
     }
     open_database();
     EXPECT_TRUE(!expected || stored_state() == *expected) << "a recovery that was cut leads elsewhere";
@@ -207,9 +202,6 @@ class ServerSession {
 
   std::uint32_t block_size_;
   std::mt19937_64 random_;
-  support::LogCapture log_;
-  simulation::SimulatedSystem system_;
-  simulation::Installed installed_{system_};
   std::vector<State> history_ = {{}};  // from the last synced state on
   State working_;                      // as the open transaction sees it
   std::optional<State> in_doubt_;
