@@ -7,9 +7,9 @@
 #include "common/crc32.h"
 #include "inspect/command_line.h"
 #include "metadb/storage/journal_format.h"
-#include "nodemodel/node_lookup.h"
 
 namespace inspect_test {
+
 Writes with_crc(std::uint64_t at, std::uint64_t first, std::uint32_t second) {
   std::array<std::byte, 12> covered;
   bytes::store_u64(covered, 0, first);
@@ -40,10 +40,6 @@ Pair::Pair(const Shape& wanted)
     const auto journal = std::span(bytes).subspan(start, shape.journal_bytes);
     std::ranges::fill(journal.subspan(mdb::format::journal_header_size), std::byte{0});
   });
-}
-
-void Pair::erase_node(std::uint32_t number) {
-  mdb::node_erase(mdb::node_find({0, number}).value());
 }
 
 void Pair::change(const std::string& name, const std::function<void(FileBytes&)>& change) {

@@ -52,7 +52,6 @@ class Pair : public support::Computer {
   explicit Pair(const Shape& wanted = {});
 
   static void open_mdb() { support::open_nodes(mdb_test::mdb_path); }
-  static void erase_node(std::uint32_t number);
 
   FileBytes file(const std::string& name) const { return sim.contents("/db/" + name); }
   void change(const std::string& name, const std::function<void(FileBytes&)>& change);

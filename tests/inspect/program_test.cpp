@@ -1,4 +1,4 @@
-// The program as its user meets it: what it shows, and its exit status.
+// The program as its user meets it, and what it makes of pairs that are sound.
 
 #include <algorithm>
 #include <array>
@@ -9,6 +9,7 @@
 
 #include "inspect/command_line.h"
 #include "journal_writer.h"
+#include "nodemodel/node_lookup.h"
 
 namespace inspect_test {
 namespace {
@@ -63,6 +64,35 @@ TEST(Program, ShowsAllThatThePairHolds) {
   }
   EXPECT_THAT(run({"--report", "-", "/db"}).out,
               AllOf(Not(HasSubstr("</scrip\xFF")), HasSubstr("\\u003c/scrip\\ufffd>")));
+}
+
+TEST(SoundPair, HasNoFindingsAndIsNotTouched) {
+  Pair pair;
+  pair.sim.clear_events();
+  const inspect::Inspection inspection = Pair::inspect();
+  expect_sound(inspection);
+  EXPECT_THAT(inspection.report.findings(), IsEmpty());
+  for (const Operation operation :
+       {Operation::write, Operation::sync, Operation::map, Operation::create, Operation::remove})
+    EXPECT_EQ(pair.sim.count(operation), 0U);
+}
+
+TEST(SoundPair, MayHaveTreesOfSeveralLevels) {
+  Pair pair({.nodes = 1'600, .map_blocks = 4});
+  const inspect::IndexFacts tree = Pair::inspect().mdb->indexes[0];
+  ASSERT_EQ(tree.nodes.back().depth, 2U);
+  // In the page each of its boxes stands over its leaves.
+  const std::string page = run({"--report", "-", "/db"}).out;
+  EXPECT_THAT(page, HasSubstr(text::concat("\"trees\":[[[[0,", tree.leaf_count, ",1,",
+                                           tree.nodes.front().key_count, ",")));
+  EXPECT_THAT(page, HasSubstr("\"nodes\":{\"node_count\":1600,\"shown\":[[0,"));
+  Pair::open_mdb();
+  // From the middle outwards, so that leaves and nodes in the middle of the trees go.
+  for (std::uint32_t number = 500; number < 1'200; number += 2)
+    mdb::node_erase(mdb::node_find({0, number}).value());
+  mdb_test::close_mdb();
+  expect_sound(Pair::inspect());
+  EXPECT_EQ(Pair::inspect().mdb->indexes[0].entry_count, 1'250U);
 }
 
 Writes writes_of(std::istream& words) {
