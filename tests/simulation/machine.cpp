@@ -129,7 +129,6 @@ Verdict Machine::admit(Event event) {
       verdict.code = fault.code;
     }
   }
-  event.code = verdict.code;
   events.push_back(std::move(event));
   return verdict;
 }

@@ -55,9 +55,9 @@ class JournalModelTest : public StorageTest, public testing::WithParamInterface<
     states_.resize(1);
     if (random_() % 2 == 0)
       mdb::journal_shutdown();
-    forget();
+    drop_databases();
     open();
-    EXPECT_EQ(sim_.contents(store_path), states_.front());
+    EXPECT_EQ(sim.contents(store_path), states_.front());
   }
 
   void step() {
@@ -110,7 +110,7 @@ TEST_P(JournalModelTest, AgreesWithAPlainArray) {
     compare();
     EXPECT_LE(mdb::cache_statistics().entries, 20U);
   }
-  forget();
+  drop_databases();
   mdb::cache_set_limit(8192);
 }
 

@@ -37,7 +37,7 @@ TEST_F(JournalTest, EntriesAreLaidOutAsDocumented) {
   mdb::Transaction().end();
   EXPECT_EQ(mdb::journal_free(), free) << "aborted and empty transactions leave no entry";
 
-  forget();
+  drop_databases();
   open();
   const auto pointer = mdb::format::load_index_pointer(mdb::journal_bytes(), 1);
   EXPECT_EQ(std::pair(pointer.serial, pointer.jpos), std::pair(std::uint64_t{2}, 2048U))
@@ -68,7 +68,7 @@ TEST_F(JournalTest, TinyJournalsSayThatNothingFits) {
     create(8192, size);
     open();
     EXPECT_EQ(thrown_by([] { commit("x", 0); }), thrown) << size;
-    forget();
+    drop_databases();
   }
 }
 
@@ -120,11 +120,11 @@ TEST_F(JournalTest, WhatCannotBeWrittenStaysFailed) {
     create(8192, 8192);
     open();
     commit("lazy", 512);
-    sim_.inject({.operation = operation, .path_end = file});
+    sim.inject({.operation = operation, .path_end = file});
     for (int i = 0; i < 2; ++i)
       EXPECT_EQ(thrown_by([] { mdb::journal_flip(false); }), thrown);
     EXPECT_EQ(thrown_by([] { mdb::transaction_begin(); }), thrown);
-    forget();
+    drop_databases();
   }
 }
 

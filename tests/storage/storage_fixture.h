@@ -20,9 +20,9 @@
 #include "metadb/storage/journal_format.h"
 #include "metadb/storage/mapped_journal.h"
 #include "metadb/storage/mdb_header.h"
-#include "observe.h"
-#include "simulation/simulated_system.h"
+#include "small_pair.h"
 
+using support::drop_databases;
 using support::thrown_by;
 using Bytes = std::vector<std::byte>;
 
@@ -35,16 +35,14 @@ inline std::string text_of(std::span<const std::byte> bytes) {
   return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-class StorageTest : public testing::Test {
+class StorageTest : public testing::Test, protected support::Computer {
  protected:
   static constexpr const char* store_path = "/main.odb";
   static constexpr const char* journal_path = "/main.odbj";
 
-  ~StorageTest() override { forget(); }
-
   void create(std::size_t store_bytes, std::size_t journal_bytes) {
-    sim_.add_file(store_path, Bytes(store_bytes));
-    sim_.add_file(journal_path, Bytes(journal_bytes));
+    sim.add_file(store_path, Bytes(store_bytes));
+    sim.add_file(journal_path, Bytes(journal_bytes));
     mdb::journal_map(journal_path, 0, 0, true);
     mdb::journal_format();
     mdb::journal_shutdown();
@@ -62,18 +60,7 @@ class StorageTest : public testing::Test {
     mdb::journal_map(journal_path, 0, 0, true);
   }
 
-  // As if the process had died: nothing is flushed, nothing is lost.
-  static void forget() {
-    mdb::journal_abandon();
-    try {
-      mdb::backing_close();
-    } catch (const mdb::error_io&) {
-      // The next open starts afresh.
-    }
-    mdb::mdb_forget_header();
-  }
-
-  void pass_seconds(std::uint64_t seconds) { sim_.advance_microseconds(seconds * 1'000'000); }
+  void pass_seconds(std::uint64_t seconds) { sim.advance_microseconds(seconds * 1'000'000); }
 
   static void write(std::string_view text, std::uint64_t offset) {
     mdb::transaction_update(bytes_of(text), offset);
@@ -86,7 +73,7 @@ class StorageTest : public testing::Test {
   }
 
   std::string in_file(std::uint64_t offset, std::size_t length) const {
-    return text_of(sim_.contents(store_path)).substr(offset, length);
+    return text_of(sim.contents(store_path)).substr(offset, length);
   }
 
   // Whether a line has this text, behind its level and area.
@@ -95,10 +82,5 @@ class StorageTest : public testing::Test {
                                [&](const std::string& line) { return line.ends_with(' ' + text); });
   }
 
-  simulation::SimulatedSystem sim_;
-  simulation::Installed installed_{sim_};
   std::uint32_t block_size_ = 512;
-
- private:
-  support::LogCapture log_;
 };

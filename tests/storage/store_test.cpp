@@ -12,7 +12,7 @@ using StoreTest = StorageTest;
 
 TEST_F(StoreTest, SizeIsFoundByProbingAndGrowsByAFifthInWholeBlocks) {
   for (const std::size_t size : {0U, 1U, 8192U, 100'001U, 1000U}) {
-    sim_.add_file(store_path, Bytes(size));
+    sim.add_file(store_path, Bytes(size));
     mdb::backing_open(store_path);
     EXPECT_EQ(mdb::backing_size(), std::max<std::size_t>(size, 1)) << "an empty file counts as one byte long";
   }
@@ -20,14 +20,14 @@ TEST_F(StoreTest, SizeIsFoundByProbingAndGrowsByAFifthInWholeBlocks) {
   mdb::backing_grow(0);
   EXPECT_EQ(mdb::backing_size(), 1512U);
   mdb::backing_grow(20);
-  EXPECT_EQ(sim_.contents(store_path), Bytes(1512 + 19 * 512)) << "up to the block that must be addressable";
+  EXPECT_EQ(sim.contents(store_path), Bytes(1512 + 19 * 512)) << "up to the block that must be addressable";
   EXPECT_TRUE(logged("Attempting to grow MDB from 1000 bytes to 1512 bytes"));
 }
 
 TEST_F(StoreTest, AccessIsLimitedToTheStoreAndTheJournal) {
-  sim_.add_file(store_path, Bytes(5000));
-  sim_.add_file(journal_path, Bytes(20'000));
-  sim_.set_error_text(2, "not there\r\n");
+  sim.add_file(store_path, Bytes(5000));
+  sim.add_file(journal_path, Bytes(20'000));
+  sim.set_error_text(2, "not there\r\n");
   mdb::backing_open(store_path);
   mdb::set_block_size(512);
   Bytes ten(10);
@@ -74,7 +74,7 @@ TEST_F(HeaderTest, JournalPathIsPaddedToEight) {
   for (const std::size_t length : {8U, 9U, 985U, 992U}) {
     const std::string path = "/" + std::string(length - 1, 'x');
     write_external(path);
-    sim_.add_file(path, Bytes(4096));
+    sim.add_file(path, Bytes(4096));
     reopen();
     EXPECT_EQ(mdb::data_first(), 3U) << "the tail, past the first kilobyte if need be; path of " << length;
     EXPECT_EQ(mdb::journal_bytes().size(), 4096U);
@@ -82,7 +82,7 @@ TEST_F(HeaderTest, JournalPathIsPaddedToEight) {
   EXPECT_EQ(mdb::address_limit(), std::uint64_t{2} * 8192 * 8192);
   reopen(journal_path);
   EXPECT_EQ(mdb::journal_bytes().size(), 8192U) << "the caller's path goes before the stored one";
-  EXPECT_FALSE(sim_.open(journal_path, platform::Sharing::readers).ok()) << "it is nobody else's";
+  EXPECT_FALSE(sim.open(journal_path, platform::Sharing::readers).ok()) << "it is nobody else's";
   EXPECT_EQ(thrown_by([] { write_external(std::string(993, 'x')); }), "internal: Too long journal path");
 }
 

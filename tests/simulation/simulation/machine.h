@@ -41,7 +41,6 @@ enum class Operation {
   query_directory,
   query_free_bytes,
   look_up_error,
-  query_clock,
 };
 
 // A disturbance that waits for the operation it is meant for.
@@ -68,7 +67,6 @@ struct Event {
   std::string path{};          // with slashes
   std::uint64_t position = 0;  // in the file, of reads, writes and maps
   std::uint64_t length = 0;
-  std::uint32_t code = 0;  // of an injected failure, else 0
 
   bool matches(Operation wanted, std::string_view path_end) const {
     return (wanted == Operation::any || wanted == operation) && path.ends_with(path_end);
