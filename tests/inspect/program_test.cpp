@@ -4,6 +4,7 @@
 #include <array>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <sstream>
 
@@ -119,7 +120,8 @@ std::string shortened(const std::string& text) {
 // A text tells what is done to a pair, and what the program says then:
 //   @ 80 external           a new pair of so many nodes, its journal external or internal
 //   ! main.odb 3:24=7 ...   words written at BLOCK:OFFSET, "/1" or "/8" behind one of another size; what
-//                           --check says, the first lines and the last; the file is as before
+//                           --check says, the first lines and the last, and what the opening throws; then
+//                           all is as before
 //   = main.odb 3:24=7 ...   words that stay
 //   - main.odb              the file is gone
 //   + main.odb /copy/a.odb  it is copied
@@ -153,12 +155,25 @@ std::string play(const std::string& script) {
       pair->sim.add_file(word(), bytes);
     } else if (line[0] != '#') {
       const std::string name = word();
-      const FileBytes before = pair->file(name);
-      pair->change(name, writes_of(rest));
-      if (line[0] == '!') {
-        told += shortened(run({"--check", "/db"}).out);
-        pair->sim.set_contents("/db/" + name, before);
+      if (line[0] == '=') {
+        pair->change(name, writes_of(rest));
+        continue;
       }
+      std::map<std::string, FileBytes> before;
+      for (const std::string& file : {name, std::string("main.odb"), std::string("main.odbj")}) {
+        if (pair->sim.has_file("/db/" + file))
+          before[file] = pair->file(file);
+      }
+      pair->change(name, writes_of(rest));
+      told += shortened(run({"--check", "/db"}).out);
+      support::LogCapture::take();
+      if (const std::string thrown = support::thrown_by(Pair::open_mdb); thrown != "nothing")
+        told += "opening: " + thrown + '\n';
+      for (const std::string& logged : support::LogCapture::take())
+        told += logged.find("DATA LOSS") != std::string::npos ? "log: " + logged + '\n' : "";
+      support::drop_databases();
+      for (const auto& [file, bytes] : before)
+        pair->sim.set_contents("/db/" + file, bytes);
     }
   }
   return told;

@@ -96,30 +96,4 @@ TEST_F(HeaderTest, InternalJournalCountIsOverwrittenByTheTail) {
   EXPECT_EQ(mdb::journal_bytes().size(), std::size_t{4} * 8192) << "no entry is placed over the map";
 }
 
-TEST_F(HeaderTest, DamagedHeadersAreRefused) {
-  const std::string alien = "fubar: MDB file does not look like a Quenor Meta Database";
-  const std::size_t tail = 20 + 16;  // the path's ten characters are padded to sixteen
-  std::vector<std::tuple<std::size_t, std::uint32_t, std::string>> cases = {
-      {0, 0x51'4D'44'43, alien},
-      {4, 7, "unsupported: This version of Quenor does not support version 7 databases"},
-      {12, 3, "unsupported: Unknown journal type"},
-      {16, 12, alien},
-      {tail, 2100, alien},
-      {tail + 4, 2, "fubar: Non-index node at index-block 2"},
-      {tail + 16, 3, alien},
-      {tail + 20, 21, alien},
-  };
-  for (const std::uint32_t size : {0U, 32U, 8191U, 1U << 21}) {
-    const std::string start = "unsupported: Blocksize is " + std::to_string(size);
-    cases.emplace_back(8, size, start + " bytes - but it must be a power of two");
-  }
-  for (const auto& [offset, value, thrown] : cases) {
-    write_external(journal_path);
-    Bytes stored(4);
-    bytes::store_u32(stored, 0, value);
-    mdb::byte_write(stored, offset, false);
-    EXPECT_EQ(thrown_by([] { reopen(); }), thrown) << value << " at " << offset;
-  }
-}
-
 }  // namespace
