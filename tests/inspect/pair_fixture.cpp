@@ -1,6 +1,8 @@
 #include "pair_fixture.h"
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 
@@ -68,6 +70,11 @@ void expect_sound(const inspect::Inspection& inspection) {
   EXPECT_EQ(inspection.verdict(), inspect::Verdict::sound);
   EXPECT_THAT(lines_of(inspection, Severity::damage), testing::IsEmpty());
   EXPECT_THAT(inspection.unavailable, testing::IsEmpty());
+}
+
+std::string expected(const std::string& name) {
+  std::ifstream file(QUENOR_EXPECTED "/" + name, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 Outcome run(const std::vector<const char*>& arguments) {

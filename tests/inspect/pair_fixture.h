@@ -66,6 +66,9 @@ class Pair : public support::Computer {
 std::vector<std::string> lines_of(const inspect::Inspection& inspection, Severity severity);
 // Expects nothing but notes.
 void expect_sound(const inspect::Inspection& inspection);
+// What a file beside the tests holds.
+std::string expected(const std::string& name);
+
 struct Outcome {
   int status;
   std::string out;

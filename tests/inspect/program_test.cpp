@@ -2,10 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <fstream>
-#include <iterator>
-#include <map>
-#include <memory>
 #include <sstream>
 
 #include "inspect/command_line.h"
@@ -38,14 +34,6 @@ struct StrangePair : Pair {
     });
   }
 };
-
-// What a file beside the tests holds.
-std::string expected(const std::string& name) {
-  std::ifstream file(QUENOR_EXPECTED "/" + name, std::ios::binary);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
-}
 
 TEST(Program, ShowsAllThatThePairHolds) {
   const StrangePair pair;
@@ -94,96 +82,6 @@ TEST(SoundPair, MayHaveTreesOfSeveralLevels) {
   mdb_test::close_mdb();
   expect_sound(Pair::inspect());
   EXPECT_EQ(Pair::inspect().mdb->indexes[0].entry_count, 1'250U);
-}
-
-Writes writes_of(std::istream& words) {
-  Writes writes;
-  std::uint64_t block = 0, offset = 0, value = 0;
-  for (char mark = 0; words >> block >> mark >> offset >> mark >> value;) {
-    writes.push_back({block * block_size + offset, value});
-    if (words.peek() == '/')
-      words >> mark >> writes.back().size;
-  }
-  return writes;
-}
-
-// The first twelve lines behind the headline, and the last.
-std::string shortened(const std::string& text) {
-  std::istringstream lines(text);
-  std::string shorter, last;
-  std::getline(lines, last);
-  for (int number = 0; std::getline(lines, last); ++number)
-    shorter += number < 12 ? last + '\n' : lines.peek() == EOF ? "...\n" + last + '\n' : "";
-  return shorter;
-}
-
-// A text tells what is done to a pair, and what the program says then:
-//   @ 80 external           a new pair of so many nodes, its journal external or internal
-//   ! main.odb 3:24=7 ...   words written at BLOCK:OFFSET, "/1" or "/8" behind one of another size; what
-//                           --check says, the first lines and the last, and what the opening throws; then
-//                           all is as before
-//   = main.odb 3:24=7 ...   words that stay
-//   - main.odb              the file is gone
-//   + main.odb /copy/a.odb  it is copied
-//   $ --check /db           a run, and its status
-std::string play(const std::string& script) {
-  std::istringstream lines(script);
-  std::unique_ptr<Pair> pair;
-  std::string told;
-  for (std::string line; std::getline(lines, line);) {
-    if (line.size() < 2 || line[1] != ' ' || std::string_view("#@!=-+$").find(line[0]) == std::string::npos)
-      continue;
-    told += line + '\n';
-    std::istringstream rest(line.substr(2));
-    const auto word = [&rest] { return *std::istream_iterator<std::string>(rest); };
-    if (line[0] == '@') {
-      pair.reset();
-      const auto nodes = static_cast<std::uint32_t>(std::stoul(word()));
-      pair = std::make_unique<Pair>(Shape{.internal_journal = word() == "internal", .nodes = nodes});
-      pair->sim.add_directory("/copy");
-    } else if (line[0] == '$') {
-      std::vector<std::string> words(std::istream_iterator<std::string>(rest), {});
-      std::vector<const char*> arguments;
-      for (const std::string& argument : words)
-        arguments.push_back(argument.c_str());
-      const Outcome outcome = run(arguments);
-      told += text::concat(outcome.out, outcome.err, "[", outcome.status, "]\n");
-    } else if (line[0] == '-') {
-      pair->sim.remove_file("/db/" + word());
-    } else if (line[0] == '+') {
-      const FileBytes bytes = pair->file(word());
-      pair->sim.add_file(word(), bytes);
-    } else if (line[0] != '#') {
-      const std::string name = word();
-      if (line[0] == '=') {
-        pair->change(name, writes_of(rest));
-        continue;
-      }
-      std::map<std::string, FileBytes> before;
-      for (const std::string& file : {name, std::string("main.odb"), std::string("main.odbj")}) {
-        if (pair->sim.has_file("/db/" + file))
-          before[file] = pair->file(file);
-      }
-      pair->change(name, writes_of(rest));
-      told += shortened(run({"--check", "/db"}).out);
-      support::LogCapture::take();
-      if (const std::string thrown = support::thrown_by(Pair::open_mdb); thrown != "nothing")
-        told += "opening: " + thrown + '\n';
-      for (const std::string& logged : support::LogCapture::take())
-        told += logged.find("DATA LOSS") != std::string::npos ? "log: " + logged + '\n' : "";
-      support::drop_databases();
-      for (const auto& [file, bytes] : before)
-        pair->sim.set_contents("/db/" + file, bytes);
-    }
-  }
-  return told;
-}
-
-TEST(Sessions, GoAsTold) {
-  for (const std::string name : {"damage", "program"}) {
-    const std::string session = expected("sessions/" + name + ".txt");
-    EXPECT_EQ(play(session), session) << name;
-  }
 }
 
 TEST(Program, SaysWhenItsOutputCannotBeWritten) {

@@ -1,0 +1,194 @@
+// Texts that tell what is done to a pair, and what is said then:
+//   @ 80 external           a new pair of so many nodes, its journal external or internal
+//   = main.odb 3:24=7 ...   words written at BLOCK:OFFSET, "/1" or "/8" behind one of another size
+//   ! main.odb 3:24=7 ...   the same; what --check says, the first lines and the last, and what the opening
+//                           says; then all is as before
+//   & begin update:7 end    entries written into the journal, see `steps`; what --check and --journal say and
+//                           the opening does; then all is as before
+//   - main.odb              the file is gone
+//   + main.odb /copy/a.odb  it is copied
+//   $ --check /db           a run, and its status
+
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <sstream>
+
+#include "journal_writer.h"
+
+namespace inspect_test {
+namespace {
+
+using Numbers = std::vector<std::uint64_t>;
+using Step = void (*)(JournalWriter& writer, const Numbers& numbers);
+
+std::uint32_t word(const Numbers& numbers, std::size_t index, std::uint32_t otherwise = 0) {
+  return index < numbers.size() ? static_cast<std::uint32_t>(numbers[index]) : otherwise;
+}
+std::uint64_t target(const Numbers& numbers) {
+  return numbers.size() > 1 ? numbers[1] : some_data;
+}
+
+const std::map<std::string, Step> steps = {
+    {"begin", [](JournalWriter& w, const Numbers&) { w.begin(); }},
+    // VALUE:TARGET:RESERVED:LENGTH
+    {"update",
+     [](JournalWriter& w, const Numbers& n) { w.update(word(n, 0), target(n), word(n, 2), word(n, 3, 4)); }},
+    {"end", [](JournalWriter& w, const Numbers&) { w.end(); }},
+    // VALUE:TARGET
+    {"transaction", [](JournalWriter& w, const Numbers& n) { w.transaction(word(n, 0), target(n)); }},
+    {"tear", [](JournalWriter& w, const Numbers&) { w.tear(); }},
+    {"redirect", [](JournalWriter& w, const Numbers& n) { w.redirect(n[0]); }},
+    {"serial", [](JournalWriter& w, const Numbers& n) { w.serial = n[0]; }},
+    // HALF:SERIAL
+    {"enter", [](JournalWriter& w, const Numbers& n) { w.enter(word(n, 0), n[1]); }},
+    {"pointer", [](JournalWriter& w, const Numbers&) { w.write_pointer(); }},
+    {"lose", [](JournalWriter& w, const Numbers& n) { w.lose_pointer(word(n, 0)); }},
+    {"fill",
+     [](JournalWriter& w, const Numbers&) {
+       for (std::uint32_t number = 1; w.position < w.journal.size() / 2; ++number)
+         w.transaction(number);
+     }},
+};
+
+void write_entries(FileBytes& journal, std::istream& words) {
+  JournalWriter writer(journal);
+  for (std::string step; words >> step;) {
+    std::istringstream parts(step);
+    std::string name, number;
+    std::getline(parts, name, ':');
+    Numbers numbers;
+    while (std::getline(parts, number, ':'))
+      numbers.push_back(std::stoull(number));
+    steps.at(name)(writer, numbers);
+  }
+}
+
+Writes writes_of(std::istream& words) {
+  Writes writes;
+  std::uint64_t block = 0, offset = 0, value = 0;
+  for (char mark = 0; words >> block >> mark >> offset >> mark >> value;) {
+    writes.push_back({block * block_size + offset, value});
+    if (words.peek() == '/')
+      words >> mark >> writes.back().size;
+  }
+  return writes;
+}
+
+// The first twelve lines behind the headline, and the last.
+std::string shortened(const std::string& text) {
+  std::istringstream lines(text);
+  std::string shorter, last;
+  std::getline(lines, last);
+  for (int number = 0; std::getline(lines, last); ++number)
+    shorter += number < 12 ? last + '\n' : lines.peek() == EOF ? "...\n" + last + '\n' : "";
+  return shorter;
+}
+
+class Session {
+ public:
+  std::string play(const std::string& script) {
+    std::istringstream lines(script);
+    for (std::string line; std::getline(lines, line);) {
+      if (line.size() < 2 || line[1] != ' ' ||
+          std::string_view("#@=!&-+$").find(line[0]) == std::string::npos)
+        continue;
+      told_ += line + '\n';
+      std::istringstream rest(line.substr(2));
+      carry_out(line[0], rest);
+    }
+    return told_;
+  }
+
+ private:
+  void carry_out(char command, std::istream& rest) {
+    const auto word = [&rest] { return *std::istream_iterator<std::string>(rest); };
+    switch (command) {
+      case '@': {
+        pair_.reset();
+        const auto nodes = static_cast<std::uint32_t>(std::stoul(word()));
+        pair_ = std::make_unique<Pair>(Shape{.internal_journal = word() == "internal", .nodes = nodes});
+        return pair_->sim.add_directory("/copy");
+      }
+      case '=': {
+        const std::string name = word();
+        return pair_->change(name, writes_of(rest));
+      }
+      case '!':
+        return try_out(word(), [&](FileBytes& file) { write_all(file, writes_of(rest)); });
+      case '&':
+        is_replayed_ = true;
+        try_out("main.odbj", [&](FileBytes& file) { write_entries(file, rest); });
+        is_replayed_ = false;
+        return;
+      case '-':
+        return pair_->sim.remove_file("/db/" + word());
+      case '+': {
+        const FileBytes bytes = pair_->file(word());
+        return pair_->sim.add_file(word(), bytes);
+      }
+      case '$':
+        return run_program({std::istream_iterator<std::string>(rest), {}});
+      default:
+        return;
+    }
+  }
+
+  // Shows the journal as well when it is the entries that are tried.
+  void try_out(const std::string& name, const std::function<void(FileBytes&)>& change) {
+    std::map<std::string, FileBytes> before;
+    for (const std::string& file : {name, std::string("main.odb"), std::string("main.odbj")}) {
+      if (pair_->sim.has_file("/db/" + file))
+        before[file] = pair_->file(file);
+    }
+    pair_->change(name, change);
+    told_ += shortened(run({"--check", "/db"}).out);
+    if (is_replayed_)
+      told_ += shortened(run({"--journal", "/db"}).out);
+    told_ += opening();
+    for (const auto& [file, bytes] : before)
+      pair_->sim.set_contents("/db/" + file, bytes);
+  }
+
+  std::string opening() {
+    support::LogCapture::take();
+    const std::string thrown = support::thrown_by(Pair::open_mdb);
+    std::string told = thrown != "nothing" ? "opening: " + thrown + '\n' : "";
+    for (const std::string& logged : support::LogCapture::take()) {
+      if (logged.starts_with(severe) || (is_replayed_ && logged.starts_with(replay)))
+        told += "log: " + logged + '\n';
+    }
+    if (is_replayed_) {
+      FileBytes journal = pair_->file("main.odbj");
+      told += text::concat("opening: leaves ", load_u32(pair_->file("main.odb"), some_data),
+                           ", goes on with serial ", JournalWriter(journal).serial, '\n');
+    }
+    support::drop_databases();
+    return told;
+  }
+
+  void run_program(const std::vector<std::string>& words) {
+    std::vector<const char*> arguments;
+    for (const std::string& argument : words)
+      arguments.push_back(argument.c_str());
+    const Outcome outcome = run(arguments);
+    told_ += text::concat(outcome.out, outcome.err, "[", outcome.status, "]\n");
+  }
+
+  const std::string severe = text::concat(logging::severe, " ");
+  const std::string replay = text::concat(logging::information, " ", logging::replay, " ");
+  std::unique_ptr<Pair> pair_;
+  std::string told_;
+  bool is_replayed_ = false;
+};
+
+TEST(Sessions, GoAsTold) {
+  for (const std::string name : {"damage", "journal", "program"}) {
+    const std::string session = expected("sessions/" + name + ".txt");
+    EXPECT_EQ(Session().play(session), session) << name;
+  }
+}
+
+}  // namespace
+}  // namespace inspect_test
