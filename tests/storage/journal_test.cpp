@@ -98,18 +98,6 @@ TEST_F(JournalTest, UpdatesThatDidNotComeAlongAreNotRead) {
             "internal: Attempt to follow incomplete update sequence beyond end of active journal space");
 }
 
-TEST_F(JournalTest, AForeignSerialInTheRunningJournalIsCorruption) {
-  create(8192, 8192);
-  open();
-  const std::uint32_t free = mdb::journal_free();
-  commit("stale", 512);
-  bytes::store_u64(mdb::journal_bytes_to_change(), 4096 - 8 - free + 8, 77);
-  pass_seconds(5);
-  EXPECT_EQ(thrown_by([] { mdb::transaction_begin(); }),
-            "internal: Stale transaction found in running journal");
-  EXPECT_NE(in_file(512, 5), "stale");
-}
-
 TEST_F(JournalTest, WhatCannotBeWrittenStaysFailed) {
   using simulation::Operation;
   const std::tuple<Operation, const char*, const char*> cases[] = {
