@@ -4,7 +4,6 @@
 #include <fstream>
 #include <iterator>
 #include <sstream>
-#include <stdexcept>
 
 #include "common/crc32.h"
 #include "inspect/command_line.h"
@@ -32,9 +31,9 @@ Pair::Pair(const Shape& wanted)
             .data_blocks = 100,
             .journal =
                 wanted.internal_journal ? mdb::JournalPlacement::internal : mdb::JournalPlacement::external,
-            .index_count = root_count} {
+            .index_count = mdb::max_index_count} {
   // Head and lblock chains of two blocks.
-  support::make_pair(sim, shape, {block_size, 128, tsdb_sets, {200, 10, 40, 10}}, wanted.nodes);
+  support::make_pair(sim, shape, {block_size, 128, 3, {200, 10, 40, 10}}, wanted.nodes);
   if (wanted.nodes == 0)
     return;
   change(shape.is_internal() ? "main.odb" : "main.odbj", [&](FileBytes& bytes) {

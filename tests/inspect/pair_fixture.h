@@ -24,8 +24,6 @@ using testing::HasSubstr;
 using FileBytes = mdb_test::Bytes;
 
 inline constexpr std::uint32_t block_size = 512;
-inline constexpr std::uint32_t root_count = 6;
-inline constexpr std::uint32_t tsdb_sets = 3;
 inline constexpr std::uint64_t some_data = 90 * block_size;  // in main.odb, an empty block
 
 struct Write {
