@@ -87,6 +87,22 @@ TEST_F(JournalTest, MisuseIsRefused) {
   EXPECT_FALSE(guard.is_open()) << "or it would abort a transaction of the next journal";
 }
 
+TEST_F(JournalTest, WhatAnEntryDoesNotSetStaysAndAForeignSerialIsCorruption) {
+  create(8192, 8192);
+  open();
+  const auto journal =
+      mdb::journal_bytes_to_change().subspan(mdb::journal_bytes().size() / 2 - 8 - mdb::journal_free());
+  std::ranges::fill(journal.first(128), std::byte{0xA5});
+  commit("hello", 512);
+  EXPECT_EQ(bytes::load_u32(journal, 4), 0xA5A5'A5A5) << "of a begin entry";
+  EXPECT_EQ(bytes::load_u32(journal, 16 + 24), 0x6FA5'A5A5) << "behind the data";
+  bytes::store_u64(journal, 8, 77);
+  pass_seconds(5);
+  EXPECT_EQ(thrown_by([] { mdb::transaction_begin(); }),
+            "internal: Stale transaction found in running journal");
+  EXPECT_NE(in_file(512, 5), "hello");
+}
+
 TEST_F(JournalTest, UpdatesThatDidNotComeAlongAreNotRead) {
   create(8192, 8192);
   open();
