@@ -117,50 +117,16 @@ TEST_F(SeriesTest, WhatWasSyncedIsInTheFile) {
   }
 }
 
-TEST_F(SeriesTest, TheSearchInFullChainsAndTheirGrowthAreTraced) {
-  make_database(64, 2, 1);
-  for (std::uint32_t entry = 0; entry < 30; ++entry)
-    tsdb::set_check_pointer(current_chain(ChainKind::check), entry, {1, 1});
-  tsdb::log_mask = logging::default_mask | logging::detail;
-  EXPECT_EQ(tsdb::allocate_check_id(8, 9), 30);
-  EXPECT_THAT(
-      LogCapture::take(),
-      testing::IsSupersetOf(
-          {"1 2 Searching lblock offset 0", "1 2 No pointers in this checkblocks were 0",
-           "1 2 Stepping up to next 30 lblocks...",
-           "2 2 No free check IDs in check chain - will attempt to grow check chain",
-           "1 2 ChainElm returned 0 as the first free lblock",
-           "1 2 Setting check-chain pointer 30 to point to 8:9",
-           "1 4 New timestamp for chain 0 in block 3 is 1 (re-read: 1)",
-           "2 4 Allocating extra blocks needed to copy chain 0 into chain 1",
-           "2 2 Chain 1 in chain-block 3 was grown with 1 blocks to 2 chain elements (60 pointers)"}));
-  EXPECT_EQ(tsdb::allocate_level(2, 0, 0), 1u);
-  EXPECT_THAT(LogCapture::take(),
-              testing::IsSupersetOf({"1 2 Allocated 2 blocks starting at 13 for new level",
-                                     "1 2 LBlock 1 allocated from dblock 13 for 2 blocks"}));
-}
-
-TEST_F(SeriesTest, BlocksThatTheMapHasAheadOfTheFileAreNotHandedOut) {
-  make_database(100, 1, 1);
-  tsdb::resize_block_map(110);
-  tsdb::mark_allocated(5, 93);
-  EXPECT_EQ(tsdb::allocate_level(2, 0, 0), 1u);
-  EXPECT_EQ(current_chain(ChainKind::lblock).runs()[0].word(1, 0), 102u);
-  EXPECT_EQ(tsdb::btb_block_count(), 110u);
-}
-
 TEST_F(SeriesTest, WhatCannotBeAllocatedIsRefused) {
   make_database(5, 1, 1);
   sim.set_free_bytes(0);
-  expect_refusals(
-      {{"internal: allocate_described_ts() invoked with no levels",
-        [] {
-          tsdb::allocate_described_ts({4, {}});
-        }},
-       {"dbtype: Datatype out of range", [] { tsdb::entry_size_of(0); }},
-       {"dbtype: Datatype out of range", [] { tsdb::entry_size_of(5); }},
-       {"dbnospace: Unable to allocate 100 blocks in db file", [] { tsdb::allocate_level(100, 0, 0); }}});
-  EXPECT_THROW(tsdb::allocate_check_id(0, 5), tsdb::error_internal);
+  const auto allocate = [](std::uint32_t datatype, std::vector<tsdb::LevelDescription> levels) {
+    return [=] { tsdb::allocate_described_ts({datatype, levels}); };
+  };
+  expect_refusals({{"internal: allocate_described_ts() invoked with no levels", allocate(4, {})},
+                   {"dbtype: Datatype out of range", allocate(0, {{1, 1}})},
+                   {"dbtype: Datatype out of range", allocate(5, {{1, 1}})},
+                   {"dbnospace: Unable to allocate 100 blocks in db file", allocate(4, {{25'600, 1}})}});
   EXPECT_FALSE(current_chain(ChainKind::lblock).dirty() || current_chain(ChainKind::check).dirty());
   EXPECT_EQ(tsdb::btb_block_count(), 5u);
 }
