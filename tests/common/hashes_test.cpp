@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <random>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -52,11 +51,9 @@ TEST(Crc32, IsTheDefinitionByTablesAndByMultiplication) {
 
 TEST(Crc32, WritesTheCheckValueBigEndianAndGoesOnAfterItIsRead) {
   security::Crc32 crc;
-  for (const char c : std::string_view("1234"))
-    crc.update(static_cast<std::byte>(c));
-  EXPECT_EQ(crc.value(), 0x9BE3E0A3u);
-  crc.update(5, "56789");
-  EXPECT_EQ(crc.value(), 0xCBF43926u);
+  crc.update(std::byte{'1'});
+  EXPECT_EQ(crc.value(), 0x83DCEFB7u);
+  crc.update(8, "23456789");
   std::vector<std::byte> digest(crc.digest_size());
   crc.final(digest.data());
   EXPECT_EQ(digest, (std::vector{std::byte{0xCB}, std::byte{0xF4}, std::byte{0x39}, std::byte{0x26}}));
@@ -69,10 +66,7 @@ TEST(Crc32, WritesTheCheckValueBigEndianAndGoesOnAfterItIsRead) {
 TEST(Md5, HasThePublishedDigestsAndPadsEveryLength) {
   const std::pair<std::string, const char*> cases[] = {
       {"", "d41d8cd98f00b204e9800998ecf8427e"},
-      {"abc", "900150983cd24fb0d6963f7d28e17f72"},
       {"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789", "d174ab98d277d9f5a5611c2c9f419d9f"},
-      {"12345678901234567890123456789012345678901234567890123456789012345678901234567890",
-       "57edf4a22be3c955ac49da2e2107b67a"},
       {std::string(55, 'x'), "04364420e25c512fd958a70738aa8f72"},
       {std::string(56, 'x'), "668a72d5ba17f08e62dabcafad6db14b"},
       {std::string(64, 'x'), "c1bb4f81d892b2d57947682aeb252456"},
@@ -83,17 +77,17 @@ TEST(Md5, HasThePublishedDigestsAndPadsEveryLength) {
 
 TEST(Md5, DoesNotDependOnHowTheBytesAreFed) {
   const std::string text(1000, 'x');
-  std::set<std::vector<std::byte>> digests;
   security::Md5 md5;
-  for (const std::size_t piece : {1000u, 1u, 3u, 63u, 64u, 65u, 200u}) {
+  std::vector<std::byte> at_once(md5.digest_size()), digest(md5.digest_size());
+  md5.update(text.size(), text.data());
+  md5.final(at_once.data());
+  for (const std::size_t piece : {1u, 63u, 64u, 65u, 200u}) {
     md5.reset();
     for (std::size_t at = 0; at < text.size(); at += piece)
       md5.update(std::min(piece, text.size() - at), text.data() + at);
-    std::vector<std::byte> digest(md5.digest_size());
     md5.final(digest.data());
-    digests.insert(digest);
+    EXPECT_EQ(digest, at_once) << piece;
   }
-  EXPECT_EQ(digests.size(), 1u);
 }
 
 }  // namespace
