@@ -11,7 +11,7 @@ const std::string title =
     "Quenor Database Creation Tool\n"
     "---------------------------------------------\n";
 
-const std::string placement = "placement path: \"$\"\n";
+const std::string placement = "placement path: \"db\"\n";
 
 using CommandLine = EndToEnd;
 
@@ -20,75 +20,64 @@ TEST_F(CommandLine, IsCheckedWordByWordBeforeAnythingIsCreated) {
   const std::string usage = transcript("usage");
   const std::string unknown = "Unknown or misplaced argument: ";
   const std::string not_found = "Cannot stat given path\n";
-  const std::string no_missing = "Cannot stat path \"$/missing\"\n";
   const std::string overruled =
       "You gave a destination path, but also asked to be \n"
       "asked about everything...  I will ask you about everything then.\n";
+  const std::string no_answer = "Cannot read an answer from standard input\n";
   struct Case {
-    tool::Arguments arguments;
+    std::string arguments;
     int status;
     std::string out;  // its end
     std::string err;
   };
   const Case cases[] = {
-      {{}, 0, title, usage},
-      {{"-c", "-n", "-force"}, 0, title, usage},
-      {{"-d"}, 0, title, usage},  // without a path it counts as not given
-      {{"-h", "-d", "$", "-nonsense", "nonsense"}, 0, title, usage},
-      {{"-d", "$", "-f", "-help"}, 0, title, placement + usage},
-      {{"-x", "-h"}, 1, title, unknown + "\"-x\"\n"},
-      {{"-", "-h"}, 1, title, unknown + "\"-\"\n"},
-      {{"--help"}, 1, title, unknown + "\"--help\"\n"},
-      {{"*"}, 1, title, unknown + "\"*\"\n"},
-      {{"-f", "$"}, 1, title, unknown + "\"$\"\n"},
-      {{"-d", "$/missing", "nonsense"}, 1, title + not_found, no_missing},
-      {{"-d", "$", "-d", "$/missing"}, 1, title + not_found, placement + no_missing},
-      {{"-d", ""}, 1, title + not_found, "Cannot stat path \"\"\n"},
-      {{"-d$"}, 1, title + not_found, "Cannot stat path \"-d$\"\n"},
-      {{"-d", "$/file"},
-       1,
-       title + "Path not a directory or block device\n",
-       "Cannot stat path \"$/file\"\n"},
-      {{"-d", "$", "-i"},
-       1,
-       "Path to meta database: ",
-       placement + overruled + "Cannot read an answer from standard input\n"},
+      {"-c -n -force", 0, title, usage},
+      {"-d", 0, title, usage},  // without a path it counts as not given
+      {"-h -d db -nonsense nonsense", 0, title, usage},
+      {"-d db -f -help", 0, title, placement + usage},
+      {"-x -h", 1, title, unknown + "\"-x\"\n"},
+      {"'*'", 1, title, unknown + "\"*\"\n"},
+      {"-d db/missing nonsense", 1, title + not_found, "Cannot stat path \"db/missing\"\n"},
+      {"-d ''", 1, title + not_found, "Cannot stat path \"\"\n"},
+      {"-ddb", 1, title + not_found, "Cannot stat path \"-ddb\"\n"},
+      {"-d db/file", 1, "Path not a directory or block device\n", "Cannot stat path \"db/file\"\n"},
+      {"-d db -i", 1, "Path to meta database: ", placement + overruled + no_answer},
   };
   for (const auto& [arguments, status, out, err] : cases) {
-    const auto outcome = tool::run(texts(arguments));
-    SCOPED_TRACE(::testing::PrintToString(arguments));
+    const Outcome outcome = run(arguments);
+    SCOPED_TRACE(arguments);
     EXPECT_EQ(outcome.status, status);
     EXPECT_THAT(outcome.out, AllOf(StartsWith(title), EndsWith(out)));
-    EXPECT_EQ(outcome.err, text(err));
+    EXPECT_EQ(outcome.err, err);
     EXPECT_TRUE(has_no_database());
   }
 }
 
 TEST_F(CommandLine, TakesTheLastOfSeveralPaths) {
-  std::filesystem::create_directory(local("last"));
+  std::filesystem::create_directory("last");
   // An option is told by its first two characters, and a last one without a path changes nothing.
-  const auto outcome = tool::run(texts({"-d", "$", "-d", "$/last", "-force", "-cn", "-d"}));
+  const Outcome outcome = run("-d db -d last -force -cn -d");
   EXPECT_EQ(outcome.status, 0) << outcome.err;
-  EXPECT_THAT(outcome.err, StartsWith(text(placement + "placement path: \"$/last\"\n")));
-  EXPECT_TRUE(exists("last/main.odb"));
+  EXPECT_THAT(outcome.err, StartsWith(placement + "placement path: \"last\"\n"));
+  EXPECT_TRUE(std::filesystem::exists("last/main.odb"));
   EXPECT_TRUE(has_no_database());
 }
 
 TEST_F(CommandLine, AsksOnceBeforeItCreatesTheDefaults) {
   const std::string summaries = title + transcript("defaults");
   for (const std::string answer : {"", "n\n", "Y\n", "yess\n", "\n \n", "ye"}) {
-    const auto outcome = tool::run(texts({"-d", "$"}), answer);
+    const Outcome outcome = run("-d db", answer);
     EXPECT_EQ(outcome.status, 0) << answer;
     EXPECT_EQ(outcome.out, summaries) << answer;
-    EXPECT_EQ(outcome.err, text(placement + "ok - exising.\n\n")) << answer;
+    EXPECT_EQ(outcome.err, placement + "ok - exising.\n\n") << answer;
     EXPECT_TRUE(has_no_database()) << answer;
   }
   for (const std::string answer : {"y", "yes\nno\n", " \n\t y "}) {
-    EXPECT_EQ(tool::run(texts({"-d", "$", "-c"}), answer).out, summaries) << answer;
+    EXPECT_EQ(run("-d db -c", answer).out, summaries) << answer;
     EXPECT_TRUE(exists("main.tsdb")) << answer;
     remove_files();
   }
-  EXPECT_EQ(tool::run(texts({"-d", "$", "-c", "-f"})).out, summaries + "y\n");
+  EXPECT_EQ(run("-d db -c -f").out, summaries + "y\n");
 }
 
 // The files that come before the one that stands in the way are left.
@@ -96,9 +85,9 @@ TEST_F(CommandLine, NeverTouchesAnExistingFile) {
   const std::string names[] = {"main.odb", "main.odbj", "main.tsdb"};
   for (std::size_t i = 0; i < 3; ++i) {
     write_file(names[i], "no");
-    const auto outcome = tool::run(texts({"-d", "$", "-f"}));
+    const Outcome outcome = run("-d db -f");
     EXPECT_EQ(outcome.status, 1) << names[i];
-    EXPECT_THAT(outcome.err, EndsWith(text("Unable to create file \"$\\" + names[i] + "\"\n")));
+    EXPECT_THAT(outcome.err, EndsWith("Unable to create file \"db\\" + names[i] + "\"\n"));
     EXPECT_EQ(file(names[i]), reader::Bytes({'n', 'o'}));
     for (std::size_t other = 0; other < 3; ++other)
       EXPECT_EQ(exists(names[other]), other <= i);
@@ -107,28 +96,25 @@ TEST_F(CommandLine, NeverTouchesAnExistingFile) {
 }
 
 TEST_F(CommandLine, IsNotEndedByASignalWhenAFileOrItsOutputTakesNoMore) {
-  if (tool::is_windows_program())
+  if (is_windows_program())
     GTEST_SKIP() << "Windows has no such signals";
-  const auto arguments = texts({"-d", "$", "-f"});
-  const auto too_large = tool::run(arguments, "", "ulimit -f 2000; tool");
+  const Outcome too_large = run("-d db -f", "", "ulimit -f 2000; ");
   EXPECT_EQ(too_large.status, 1);
-  EXPECT_THAT(too_large.err, EndsWith(text("Unable to write to \"$\\main.odb\"\n")));
+  EXPECT_THAT(too_large.err, EndsWith("Unable to write to \"db\\main.odb\"\n"));
   remove_files();
-  const std::string nobody_reads = "mkfifo \"$d/p\"; exec 3<>\"$d/p\" 4>\"$d/p\" 3<&-; tool >&4";
-  EXPECT_EQ(tool::run(arguments, "", nobody_reads).status, 0);
+  EXPECT_EQ(run("-d db -f >&4", "", "mkfifo p; exec 3<>p 4>p 3<&-; ").status, 0) << "nobody reads";
 }
 
 TEST_F(CommandLine, EndsAtOnceWhenItIsInterruptedAndNamesWhatItLeaves) {
-  for (const auto& [signal, status] : {std::pair<std::string, int>("INT", 130), {"TERM", 143}}) {
-    if (tool::is_windows_program() && signal != "INT")
+  for (const auto& [signal, status] : {std::pair(SIGINT, 130), {SIGTERM, 143}}) {
+    if (is_windows_program() && signal != SIGINT)
       continue;
-    const auto outcome =
-        tool::run({"-i", "-f"}, text(large),
-                  "tool & until grep -q '" + growth +
-                      "' \"$d/err\" || ! kill -0 $!; do sleep 0.01; done; kill -" + signal + " $!; wait $!");
+    real::Program tool(real::createdb, "-i -f", large);
+    EXPECT_TRUE(tool.shows(growth));
+    const Outcome outcome = tool.end_with(signal);
     EXPECT_EQ(outcome.status, status);
     EXPECT_THAT(outcome.err,
-                EndsWith(text(growth + "\nInterrupted, left behind: \"$\\main.odb\" \"$\\main.tsdb\"\n")));
+                EndsWith(growth + "\nInterrupted, left behind: \"db\\main.odb\" \"db\\main.tsdb\"\n"));
     EXPECT_THAT(outcome.out, EndsWith("(y/n): y\n")) << "nothing that was said is lost";
     EXPECT_LT(file("main.tsdb").size(), 128U << 20);
     EXPECT_FALSE(exists("main.odbj"));

@@ -23,8 +23,8 @@ const std::string administrator =
 enum class Content { none, without_administrator, complete };
 
 struct Configuration {
-  tool::Arguments arguments;
-  std::string answers;  // $/j is for the journal, $/t for the time series; "" without a dialogue
+  std::string arguments;
+  std::string answers;  // db/j is for the journal, db/t for the time series; "" without a dialogue
   Content content;
   std::uint32_t journal_type;  // 1 internal, 2 external
   std::uint32_t journal_mib;
@@ -35,13 +35,13 @@ struct Configuration {
 };
 
 const Configuration configurations[] = {
-    {{"-f", "-d", "$"}, "", Content::complete, 2, 8, 3, 8192, 10, 13},
-    {{"-f", "-d", "$", "-n"}, "", Content::without_administrator, 2, 8, 3, 8192, 10, 13},
-    {{"-f", "-d", "$", "-n", "-c"}, "", Content::none, 2, 8, 3, 8192, 10, 13},
-    {{"-f", "-i"}, "$ x i 129 4 6 2 3000 8192 0 1 $/t", Content::complete, 1, 4, 2, 8192, 1, 9},
-    {{"-f", "-i"}, "$ e $/j 5 5 1024 64 $/t", Content::complete, 2, 5, 5, 1024, 64, 26},
-    {{"-f", "-i"}, "$ i 128 5 16384 1 $/t", Content::complete, 1, 128, 5, 16384, 1, 21},
-    {{"-f", "-i", "-n"}, "$ e $/j 8 3 4096 2 $/t", Content::without_administrator, 2, 8, 3, 4096, 2, 13},
+    {"-f -d db", "", Content::complete, 2, 8, 3, 8192, 10, 13},
+    {"-f -d db -n", "", Content::without_administrator, 2, 8, 3, 8192, 10, 13},
+    {"-f -d db -n -c", "", Content::none, 2, 8, 3, 8192, 10, 13},
+    {"-f -i", "db x i 129 4 6 2 3000 8192 0 1 db/t", Content::complete, 1, 4, 2, 8192, 1, 9},
+    {"-f -i", "db e db/j 5 5 1024 64 db/t", Content::complete, 2, 5, 5, 1024, 64, 26},
+    {"-f -i", "db i 128 5 16384 1 db/t", Content::complete, 1, 128, 5, 16384, 1, 21},
+    {"-f -i -n", "db e db/j 8 3 4096 2 db/t", Content::without_administrator, 2, 8, 3, 4096, 2, 13},
 };
 
 // All chains lie back to back in the order of their creation. The administrator's series is the only one:
@@ -114,18 +114,18 @@ void expect_mdb(const reader::Mdb& mdb, const Configuration& expected) {
 using Creation = EndToEnd;
 
 TEST_F(Creation, LeavesThreeFilesWithTheirContent) {
-  std::filesystem::create_directory(local("j"));
-  std::filesystem::create_directory(local("t"));
+  std::filesystem::create_directory("db/j");
+  std::filesystem::create_directory("db/t");
   for (const auto& configuration : configurations) {
-    SCOPED_TRACE(testing::PrintToString(configuration.arguments) + configuration.answers);
-    const auto outcome = tool::run(texts(configuration.arguments), text(configuration.answers));
+    SCOPED_TRACE(configuration.arguments + configuration.answers);
+    const Outcome outcome = run(configuration.arguments, configuration.answers);
     ASSERT_EQ(outcome.status, 0) << outcome.err;
     const bool apart = !configuration.answers.empty();
     const std::string journal = apart ? "j/main.odbj" : "main.odbj";
     const reader::Mdb mdb(file("main.odb"), exists(journal) ? file(journal) : Bytes());
     expect_mdb(mdb, configuration);
     if (configuration.journal_type == 2) {
-      std::string path = text(apart ? "$/j\\main.odbj" : "$\\main.odbj");
+      std::string path = apart ? "db/j\\main.odbj" : "db\\main.odbj";
       path.resize((path.size() + 7) / 8 * 8);
       EXPECT_EQ(mdb.journal_path, path);
     }
@@ -143,7 +143,7 @@ TEST_F(Creation, DependsOnNothingButTheClockAndTellsItsProgress) {
   std::vector<Bytes> runs[2];
   for (auto& files : runs) {
     const auto earliest = std::time(nullptr);
-    EXPECT_EQ(tool::run(texts({"-d", "$", "-f"})).err, transcript("progress", chains));
+    EXPECT_EQ(run("-d db -f").err, transcript("progress", chains));
     files = {file("main.odb"), file("main.odbj"), file("main.tsdb")};
     files[0] = reader::Mdb(files[0], files[1]).file;  // a second that ends meanwhile brings updates into it
     const reader::Tsdb tsdb(files[2]);
@@ -152,8 +152,8 @@ TEST_F(Creation, DependsOnNothingButTheClockAndTellsItsProgress) {
     std::fill_n(files[2].begin() + 16, 4, std::uint8_t{0});
     using std::filesystem::perms;
     for (const auto* name : {"main.odb", "main.odbj", "main.tsdb"}) {
-      const auto rights = std::filesystem::status(local(name)).permissions();
-      EXPECT_TRUE(tool::is_windows_program() || rights == (perms::owner_read | perms::owner_write)) << name;
+      const auto rights = std::filesystem::status(std::string("db/") + name).permissions();
+      EXPECT_TRUE(is_windows_program() || rights == (perms::owner_read | perms::owner_write)) << name;
     }
     remove_files();
   }

@@ -1,6 +1,7 @@
 // The interactive configuration, answer by answer.
 
 #include "fixture.h"
+#include "terminal.h"
 
 namespace {
 
@@ -14,16 +15,16 @@ const std::string no_answer = "Cannot read an answer from standard input\n";
 const std::string confirmation = "Is the above information correct?  (y/n): ";
 
 // What a user answers for an external journal of 4 MiB.
-const tool::Answers usual_answers = {{"Path to meta database: ", "$"},
-                                     {"Journal type (default: internal): [i/e] ", "e"},
-                                     {"Path to journal: ", "$"},
-                                     {"Journal size [megabytes] (recommended: 8): ", "4"},
-                                     {confirmation, "y"},
-                                     {"Number of chains (recommended: 3): ", "2"},
-                                     {"Block size (recommended: 8192): ", "1024"},
-                                     {"Estimated number of checks (recommended: 1000): ", "1"},
-                                     {"Path to TSDB: ", "$"},
-                                     {confirmation, "yes"}};
+const Answers usual_answers = {{"Path to meta database: ", "db"},
+                               {"Journal type (default: internal): [i/e] ", "e"},
+                               {"Path to journal: ", "db"},
+                               {"Journal size [megabytes] (recommended: 8): ", "4"},
+                               {confirmation, "y"},
+                               {"Number of chains (recommended: 3): ", "2"},
+                               {"Block size (recommended: 8192): ", "1024"},
+                               {"Estimated number of checks (recommended: 1000): ", "1"},
+                               {"Path to TSDB: ", "db"},
+                               {confirmation, "yes"}};
 
 class Dialogue : public EndToEnd {
  protected:
@@ -34,19 +35,19 @@ class Dialogue : public EndToEnd {
   }
 
   // Answers that question with `input`; the output begins where it is asked.
-  tool::Outcome answer(const std::string& begin, const std::string& input) const {
+  Outcome answer(const std::string& begin, const std::string& input) const {
     std::string all_input;
     for (auto next = usual_answers.begin(); !next->first.starts_with(begin); ++next)
       all_input += next->second + "\n";
-    auto outcome = tool::run({"-i"}, text(all_input + input));
+    Outcome outcome = run("-i", all_input + input);
     outcome.out.erase(0, outcome.out.find(begin));
     return outcome;
   }
 };
 
 TEST_F(Dialogue, SaysAllThatItShouldAndRepeatsTheHalfThatIsNotConfirmed) {
-  const std::string input = "$ e $ 16 no $ e $ 4 y\n2 1024 1 $ n 2 2048 1 $ yes";
-  const auto outcome = tool::run({"-i", "-c"}, text(input));
+  const std::string input = "db e db 16 no db e db 4 y\n2 1024 1 db n 2 2048 1 db yes";
+  const Outcome outcome = run("-i -c", input);
   EXPECT_EQ(outcome.status, 0) << outcome.err;
   EXPECT_EQ(outcome.out, "Quenor Database Creation Tool\n---------------------------------------------\n" +
                              transcript("mdb_half", "16") + transcript("mdb_half", "4") +
@@ -68,30 +69,25 @@ TEST_F(Dialogue, RefusesAnAnswerAndAsksAgain) {
   const std::string missing = "Cannot stat given path\n" + place;
   const std::string file = "Path not a directory or block device\n" + place;
   std::vector<Case> cases = {
-      {"Path to meta", "$/missing", 1, missing},
-      {"Path to meta", "$/file", 1, file},
-      {"Path to meta", "$/a path", 2, missing},  // two words
-      {"Path to journal", "$/missing\n\n$/missing", 2, missing},
-      {"Path to journal", "$/file", 1, file},
-      {"Path to TSDB", "$/missing", 1, missing},
-      {"Path to TSDB", "$/file $/file", 2, file},
+      {"Path to meta", "db/a path", 2, missing},  // two words
+      {"Path to journal", "db/missing\n\ndb/missing", 2, missing},
+      {"Path to TSDB", "db/file db/file", 2, file},
       {"Journal type", "\n\n xEI\n", 3, "Please enter either 'i' for internal or 'e' for external\n"},
       {"Journal size", "3 129 0", 3, sizes},
       {"Number of chains", "1 6", 2, chains},
       {"Block size", "512 32768 1023 16385 4294967295", 5, block_sizes},
       {"Block size", "3000 1025 16383", 3, "Please enter a two-power\n"},
       {"Estimated", "0 +0", 2, ""},
+      // A text that is no number is refused, and nothing is read after it.
+      {"Number of chains", "eight 4", 1, chains},
+      {"Block size", "18446744073709551624 8192", 1, block_sizes},
+      {"Estimated", "+ 8", 1, ""},
   };
+  for (const std::string text : {"eight 8", "-8 8", "+ 8", "4294967296 8", "18446744073709551624 8"})
+    cases.push_back({"Journal size", text, 1, sizes});
   for (const auto& [asked, unused] : usual_answers) {
     if (asked != confirmation)
       cases.push_back({asked, "", 0, ""});
-  }
-  // A text that is no number is refused, and nothing is read after it.
-  for (const std::string text : {"eight 8", "-8 8", "+ 8", "4294967296 8", "18446744073709551624 8"}) {
-    cases.push_back({"Journal size", text, 1, sizes});
-    cases.push_back({"Number of chains", text, 1, chains});
-    cases.push_back({"Block size", text, 1, block_sizes});
-    cases.push_back({"Estimated", text, 1, ""});
   }
   write_file("file", "");
   for (const auto& [begin, input, refusals, refusal] : cases) {
@@ -99,7 +95,7 @@ TEST_F(Dialogue, RefusesAnAnswerAndAsksAgain) {
     std::string expected = question(begin);
     for (int i = 0; i < refusals; ++i)
       expected += refusal + question(begin);
-    const auto outcome = answer(begin, input);
+    const Outcome outcome = answer(begin, input);
     ASSERT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.out, expected);
     EXPECT_EQ(outcome.err, no_answer);
@@ -108,8 +104,8 @@ TEST_F(Dialogue, RefusesAnAnswerAndAsksAgain) {
 }
 
 TEST_F(Dialogue, GoesOnAfterAnAcceptedAnswer) {
-  const tool::Answers sizes = {{"Journal size", "128"}, {"Journal size", "+8"}, {"Number of chains", "5"},
-                               {"Block size", "16384"}, {"Estimated", "1"},     {"Estimated", "4294967295"}};
+  const Answers sizes = {{"Journal size", "128"}, {"Journal size", "+8"}, {"Number of chains", "5"},
+                         {"Block size", "16384"}, {"Estimated", "1"},     {"Estimated", "4294967295"}};
   for (const auto& [begin, size] : sizes)
     EXPECT_THAT(answer(begin, size).out, StartsWith(question(begin) + "\n")) << size;
   // The type is one character: the next question finds the rest of the word.
@@ -120,40 +116,40 @@ TEST_F(Dialogue, GoesOnAfterAnAcceptedAnswer) {
 
 TEST_F(Dialogue, MentionsAJournalFileThatExistsAndLeavesItAlone) {
   write_file("main.odbj", "precious");
-  const auto outcome = answer("Path to journal", "$ 4 y 2 1024 1 $ y");
+  const Outcome outcome = answer("Path to journal", "db 4 y 2 1024 1 db y");
   EXPECT_EQ(outcome.status, 1);
   EXPECT_THAT(outcome.out, StartsWith("Path to journal: Path not a directory or block device\n\n"));
-  EXPECT_EQ(outcome.err, text("Unable to create file \"$\\main.odbj\"\n"));
+  EXPECT_EQ(outcome.err, "Unable to create file \"db\\main.odbj\"\n");
   EXPECT_EQ(file("main.odbj").size(), 8U);
 }
 
 TEST_F(Dialogue, IsHeldOnATerminalAndEndsAtTheKeyWhateverTheToolWaitsFor) {
-  if (tool::is_windows_program())
+  if (is_windows_program())
     GTEST_SKIP() << "Wine has no console on this terminal";
   const std::string control_c = "\x03", control_d = "\x04";
-  const auto nothing = tool::run_on_terminal(texts({"-d", "$"}), {{confirmation, control_d}});
+  const auto nothing = run_on_terminal("-d db", {{confirmation, control_d}});
   EXPECT_EQ(nothing.status, 0);
   EXPECT_THAT(nothing.out, EndsWith("ok - exising.\n\n"));
-  const auto asked = tool::run_on_terminal(texts({"-d", "$"}), {{"(y/n): ", control_c}});
+  const auto asked = run_on_terminal("-d db", {{"(y/n): ", control_c}});
   EXPECT_EQ(asked.status, 130);
   EXPECT_THAT(asked.out, EndsWith("\nInterrupted before a file was made\n"));
   EXPECT_TRUE(has_no_database());
 
-  tool::Answers answers = usual_answers;
+  Answers answers = usual_answers;
   for (auto& [question, typed] : answers)
-    typed = text(typed + "\n");
-  EXPECT_EQ(tool::run_on_terminal({"-i", "-c"}, answers).status, 0);
+    typed += "\n";
+  EXPECT_EQ(run_on_terminal("-i -c", answers).status, 0);
   EXPECT_TRUE(exists("main.tsdb"));
   remove_files();
 
   // A growth that takes its time shows how far it is.
-  const auto growing = tool::run_on_terminal(
-      {"-i", "-f"}, {{"meta database: ", text(large) + "\n"}, {growth, tool::pause}, {" left", control_c}});
+  const auto growing =
+      run_on_terminal("-i -f", {{"meta database: ", large + "\n"}, {growth, pause_it}, {" left", control_c}});
   EXPECT_EQ(growing.status, 130);
   EXPECT_THAT(growing.out,
               ContainsRegex("Initializing database\\.\\.\\.[0-9]+ %, [0-9]+\\.[0-9] ([KM]i)?B/s, "
                             "[0-9:]+[0-5][0-9] left"));
-  EXPECT_THAT(growing.out, EndsWith(text("left behind: \"$\\main.odb\" \"$\\main.tsdb\"\n")));
+  EXPECT_THAT(growing.out, EndsWith("left behind: \"db\\main.odb\" \"db\\main.tsdb\"\n"));
 }
 
 }  // namespace

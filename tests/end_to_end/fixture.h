@@ -1,76 +1,51 @@
-// A directory of its own for every test, and what the tests expect of the files in it.
+// The creation tool as a user runs it, and what the tests expect of the files in "db".
 
 #pragma once
 
 #include <gmock/gmock.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <string>
-
+#include "program.h"
 #include "reader.h"
-#include "tool.h"
+
+using real::Outcome;
 
 // What standard error says before the time series database grows, and answers for 128 MiB of it in the
 // smallest blocks, which are not written before anybody can look.
 inline const std::string growth = "Initializing database...";
-inline const std::string large = "$ i 4 2 1024 128 $ ";
+inline const std::string large = "db i 4 2 1024 128 db ";
 
-class EndToEnd : public ::testing::Test {
+inline bool is_windows_program() {
+  return real::windows_build() != nullptr;
+}
+
+class EndToEnd : public real::InDirectory {
  protected:
-  // Wine speaks on standard error while it sets itself up, the first time that it runs.
-  static void SetUpTestSuite() {
-    if (tool::is_windows_program())
-      tool::run({"-h"});
-  }
-  EndToEnd() { std::filesystem::create_directory(directory_); }
-  ~EndToEnd() override { std::filesystem::remove_all(directory_); }
-
-  // A text with $ for the directory as the tool is told, and % for `number`.
-  std::string text(std::string pattern, const std::string& number = {}) const {
-    for (std::size_t at = 0; (at = pattern.find_first_of("$%", at)) != std::string::npos;)
-      pattern.replace(at, 1, pattern[at] == '$' ? told_directory() : number);
-    return pattern;
-  }
-  tool::Arguments texts(tool::Arguments patterns) const {
-    for (auto& pattern : patterns)
-      pattern = text(pattern);
-    return patterns;
+  static Outcome run(const std::string& arguments, const std::string& input = {},
+                     const std::string& before = {}) {
+    return real::run(real::createdb, arguments, input, before);
   }
 
-  // The same with a text in a file of transcripts/.
-  std::string transcript(const std::string& name, const std::string& number = {}) const {
+  // The text of a file in transcripts/, with `number` for %.
+  static std::string transcript(const std::string& name, const std::string& number = {}) {
     const auto contents = reader::read_file(QUENOR_TRANSCRIPTS "/" + name + ".txt");
-    return text(std::string(contents.begin(), contents.end()), number);
+    std::string text(contents.begin(), contents.end());
+    if (const std::size_t at = text.find('%'); at != std::string::npos)
+      text.replace(at, 1, number);
+    return text;
   }
 
-  std::filesystem::path local(const std::string& file_name) const { return directory_ / file_name; }
-  bool exists(const std::string& file_name) const { return std::filesystem::exists(local(file_name)); }
-  void write_file(const std::string& file_name, const std::string& contents) const {
-    std::ofstream(local(file_name), std::ios::binary) << contents;
+  // Their paths begin in "db".
+  static bool exists(const std::string& path) { return std::filesystem::exists("db/" + path); }
+  static void write_file(const std::string& path, const std::string& contents) {
+    std::ofstream("db/" + path, std::ios::binary) << contents;
   }
-  reader::Bytes file(const std::string& file_name) const {
-    return reader::read_file(local(file_name).string());
-  }
-  bool has_no_database() const { return !exists("main.odb") && !exists("main.odbj") && !exists("main.tsdb"); }
+  static reader::Bytes file(const std::string& path) { return reader::read_file("db/" + path); }
 
-  void remove_files() const {
-    for (const auto* name : {"main.odb", "main.odbj", "main.tsdb", "j/main.odbj", "t/main.tsdb"})
-      std::filesystem::remove(local(name));
+  static bool has_no_database() {
+    return !exists("main.odb") && !exists("main.odbj") && !exists("main.tsdb");
   }
-
- private:
-  std::string told_directory() const {
-    std::string path = directory_.string();
-    if (!tool::is_windows_program())
-      return path;
-    std::replace(path.begin(), path.end(), '/', '\\');
-    return "Z:" + path;
+  static void remove_files() {
+    for (const auto* path : {"main.odb", "main.odbj", "main.tsdb", "j/main.odbj", "t/main.tsdb"})
+      std::filesystem::remove(std::string("db/") + path);
   }
-
-  const std::filesystem::path directory_ = std::filesystem::temp_directory_path() /
-                                           ("quenor-end-to-end-" + std::to_string(::getpid()) + "-" +
-                                            ::testing::UnitTest::GetInstance()->current_test_info()->name());
 };

@@ -3,7 +3,6 @@
 //   storage_writer work DIRECTORY SEED FIRST COUNT   the transactions from number FIRST on, then the
 //                                                    orderly end
 //   storage_writer list DIRECTORY                    the nodes that the meta database holds
-//   storage_writer lock DIRECTORY                    opens the time series database
 //
 // `work` says "open", "done NUMBER" after each transaction, or "failed NUMBER REASON", and "closed". Every
 // line is one write to standard output, so that the death of the process takes back nothing that was said.
@@ -21,7 +20,6 @@
 #include "observe.h"
 #include "platform/platform.h"
 #include "small_pair.h"
-#include "timeseries/backing_store.h"
 #include "workload.h"
 
 namespace real {
@@ -98,10 +96,8 @@ void run(std::span<char*> words) {
   const std::string directory = words[2];
   if (mode == "work") {
     work(directory, std::stoull(words[3]), std::stoull(words[4]), std::stoull(words[5]));
-  } else if (mode == "list") {
-    std::cout << describe(open(directory));
   } else {
-    tsdb::btb_open(directory + "\\main.tsdb");
+    std::cout << describe(open(directory));
   }
 }
 
