@@ -5,18 +5,16 @@
 namespace mdb_test {
 namespace {
 
-class BytesRecord : public mdb::RecordWriter {
- public:
-  explicit BytesRecord(std::size_t length) : bytes_(length, std::byte{7}) {}
+struct BytesRecord : mdb::RecordWriter {
+  explicit BytesRecord(std::size_t length) : bytes(length, std::byte{7}) {}
 
-  std::uint32_t length() const override { return static_cast<std::uint32_t>(bytes_.size()); }
+  std::uint32_t length() const override { return static_cast<std::uint32_t>(bytes.size()); }
   void write(mdb::ObjectHandle& object, const mdb::ObjectHandle*) override {
-    ASSERT_EQ(mdb::object_record(object).size(), bytes_.size());
-    std::ranges::copy(bytes_, mdb::object_record(object).begin());
+    ASSERT_EQ(mdb::object_record(object).size(), bytes.size());
+    std::ranges::copy(bytes, mdb::object_record(object).begin());
   }
 
- private:
-  Bytes bytes_;
+  const Bytes bytes;
 };
 
 ObjectReference store(ObjectReference reference, std::size_t length) {

@@ -75,9 +75,8 @@ class Program {
       ::usleep(100);
     return is_shown();
   }
-  void send(int signal) const { ::kill(process_, signal); }
   Outcome end_with(int signal) {
-    send(signal);
+    ::kill(process_, signal);
     return wait();
   }
   Outcome wait() {
