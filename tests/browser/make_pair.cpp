@@ -35,14 +35,11 @@ void make_tsdb(const std::string& path) {
 
 // Sites below the root domain, hosts below sites, checks below hosts.
 void store_node(std::uint32_t i) {
-  const bool is_site = i < site_count;
-  const bool is_host = !is_site && i < host_count;
-  const std::uint32_t parent =
-      is_site ? 1 : first_node + (is_host ? i % site_count : site_count + i * 7 % (host_count - site_count));
-  const node_type_t type = is_site   ? node_type_t::domain
-                           : is_host ? node_type_t::host
-                           : i % 3   ? node_type_t::agent_check
-                                     : node_type_t::snmp_check;
+  const auto [type, parent] = i < site_count ? std::pair(node_type_t::domain, 1u)
+                              : i < host_count
+                                  ? std::pair(node_type_t::host, first_node + i % site_count)
+                                  : std::pair(i % 3 ? node_type_t::agent_check : node_type_t::snmp_check,
+                                              first_node + site_count + i * 7 % (host_count - site_count));
   const mdb::ObjectReference reference = support::store_node(
       {}, mdb::PropertyNodeId(0, {0, first_node + i}), mdb::PropertyNodeId(2, {0, parent}),
       mdb::PropertyEnum<node_type_t>(3, type), mdb::PropertyString(51, "</script> <b>" + std::to_string(i)),
@@ -53,9 +50,7 @@ void store_node(std::uint32_t i) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  if (argc != 2)
-    return 2;
+int main(int, char** argv) {
   const std::string directory = argv[1];
   const support::LogCapture log;
   make_tsdb(directory + "/main.tsdb");
@@ -63,5 +58,4 @@ int main(int argc, char** argv) {
   for (std::uint32_t i = 0; i < node_count; ++i)
     store_node(i);
   mdb::mdb_close();
-  return 0;
 }

@@ -7,27 +7,14 @@
 namespace mdb_test {
 namespace {
 
-// Block and offset of the place found, and how the search moved the meters: blocks loaded, searches with a
-// hint, those that it did not serve, those that the last-good block did not serve, searches without a hint.
-using Found = std::vector<std::uint64_t>;
-
-Found find(std::uint32_t hint, std::uint32_t size) {
-  constexpr const char* names[] = {"bloads", "hint_calls", "hintfail", "lastfail", "nohint_calls"};
-  Found found = {0, 0};
-  for (const char* name : names)
-    found.push_back(-meter_value("alloc", name));
-  const ObjectReference place = mdb::alloc_space(hint, size).reference();
-  for (std::size_t i = 0; i < std::size(names); ++i)
-    found[2 + i] += meter_value("alloc", names[i]);
-  found[0] = place.block;
-  found[1] = place.offset;
-  return found;
+ObjectReference find(std::uint32_t hint, std::uint32_t size) {
+  return mdb::alloc_space(hint, size).reference();
 }
 
 TEST(Allocator, TriesTheHintAloneThenFromTheLastGoodBlockOnThenAll) {
   TestMdb mdb;
   const std::uint32_t first = mdb.data_first(), end = mdb.block_count();
-  EXPECT_EQ(find(0, 512), (Found{first, 0, 0, 0, 0, 0, 1}));
+  EXPECT_EQ(find(0, 512), (ObjectReference{first, 0}));
   EXPECT_EQ(layout_of(first), Layout{-512}) << "an empty block becomes one placeholder";
   for (std::uint32_t block = first; block < end; ++block)
     put_layout(block, {512}, BlockClass::full);
@@ -36,23 +23,23 @@ TEST(Allocator, TriesTheHintAloneThenFromTheLastGoodBlockOnThenAll) {
   put_layout(first + 2, {-200, 312});
   set_class(first + 3, BlockClass::leaf);
   const std::uint64_t size = mdb::backing_size();
-  EXPECT_EQ(find(first + 1, 40), (Found{first + 1, 412, 1, 1, 0, 0, 0}));  // Full blocks serve a hint
-  EXPECT_EQ(find(first + 2, 40), (Found{first + 2, 0, 1, 1, 0, 0, 0}));    // and is the last-good block now
-  EXPECT_EQ(find(first + 3, 40), (Found{first + 2, 0, 1, 1, 1, 0, 0}));    // an index block gives nothing
-  EXPECT_EQ(find(first + 1, 104), (Found{first + 2, 0, 2, 1, 1, 0, 0}));   // nor does one too small
-  EXPECT_EQ(find(0, 40), (Found{first + 2, 0, 1, 0, 0, 0, 1}));
-  EXPECT_EQ(find(0, 220), (Found{first, 0, 2, 0, 0, 1, 1}));  // not the last-good one, nor one behind it
-  EXPECT_EQ(find(first + 2, 40), (Found{first + 2, 0, 1, 1, 0, 0, 0}));
-  EXPECT_EQ(find(1, 40), (Found{first, 0, 1, 1, 0, 0, 0}));    // below the data: its first block
-  EXPECT_EQ(find(end, 40), (Found{first, 0, 1, 1, 1, 0, 0}));  // past the store: not grown
-  EXPECT_EQ(find(0xFFFF'FFFF, 40), (Found{first, 0, 1, 1, 1, 0, 0}));
+  EXPECT_EQ(find(first + 1, 40), (ObjectReference{first + 1, 412}));  // Full blocks serve a hint
+  EXPECT_EQ(find(first + 2, 40), (ObjectReference{first + 2, 0}));    // and is the last-good block now
+  EXPECT_EQ(find(first + 3, 40), (ObjectReference{first + 2, 0}));    // an index block gives nothing
+  EXPECT_EQ(find(first + 1, 104), (ObjectReference{first + 2, 0}));   // nor does one too small
+  EXPECT_EQ(find(0, 40), (ObjectReference{first + 2, 0}));
+  EXPECT_EQ(find(0, 220), (ObjectReference{first, 0}));  // not the last-good one, nor one behind it
+  EXPECT_EQ(find(first + 2, 40), (ObjectReference{first + 2, 0}));
+  EXPECT_EQ(find(1, 40), (ObjectReference{first, 0}));    // below the data: its first block
+  EXPECT_EQ(find(end, 40), (ObjectReference{first, 0}));  // past the store: not grown
+  EXPECT_EQ(find(0xFFFF'FFFF, 40), (ObjectReference{first, 0}));
   EXPECT_EQ(mdb::backing_size(), size);
 
   put_layout(first, {412, -100});
   put_layout(first + 2, {512}, BlockClass::full);
-  EXPECT_EQ(find(0, 40), (Found{first, 412, 1, 0, 0, 0, 1}));
+  EXPECT_EQ(find(0, 40), (ObjectReference{first, 412}));
   EXPECT_EQ(LogCapture::take().back(), text::concat("2 16 Marked block ", first, " as full"));
-  EXPECT_EQ(find(0, 40), (Found{end, 0, 0, 0, 0, 1, 1}));  // a block that was filled is not the last-good one
+  EXPECT_EQ(find(0, 40), (ObjectReference{end, 0}));  // a block that was filled is not the last-good one
   EXPECT_GT(mdb::backing_size(), size);
   mdb.reopen();
   EXPECT_EQ(mdb::mark_query(first), BlockClass::full);

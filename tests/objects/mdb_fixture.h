@@ -13,7 +13,6 @@
 #include <string>
 #include <utility>
 
-#include "common/meters.h"
 #include "common/text.h"
 #include "inspect/inspection.h"
 #include "metadb/objects/allocator.h"
@@ -30,18 +29,6 @@ using mdb::ObjectReference;
 using support::LogCapture;
 using support::thrown_by;
 using Key = mdb::IndexKey;
-
-// The present value of a meter.
-inline std::uint64_t meter_value(const std::string& group_name, const std::string& name) {
-  for (const meter::Group* group : meter::Group::top_level()) {
-    for (const meter::Metric* metric : group->values()) {
-      if (group->name() == group_name && metric->name() == name)
-        return metric->value();
-    }
-  }
-  ADD_FAILURE() << "no meter " << group_name << "/" << name;
-  return 0;
-}
 
 // Creates the database and opens it; at the end it is dropped as by a death of the process. The log is
 // captured meanwhile.
