@@ -75,19 +75,4 @@ TEST(Md5, HasThePublishedDigestsAndPadsEveryLength) {
     EXPECT_EQ(security::md5_hex(text), digest) << text;
 }
 
-TEST(Md5, DoesNotDependOnHowTheBytesAreFed) {
-  const std::string text(1000, 'x');
-  security::Md5 md5;
-  std::vector<std::byte> at_once(md5.digest_size()), digest(md5.digest_size());
-  md5.update(text.size(), text.data());
-  md5.final(at_once.data());
-  for (const std::size_t piece : {1u, 63u, 64u, 65u, 200u}) {
-    md5.reset();
-    for (std::size_t at = 0; at < text.size(); at += piece)
-      md5.update(std::min(piece, text.size() - at), text.data() + at);
-    md5.final(digest.data());
-    EXPECT_EQ(digest, at_once) << piece;
-  }
-}
-
 }  // namespace

@@ -12,23 +12,6 @@ namespace {
 
 using timing::SecondsMicroseconds;
 
-TEST(Meters, AProgramFindsThemAllFromTheTopWhileTheyLive) {
-  const auto groups_before = meter::Group::top_level();
-  {
-    meter::Group low(nullptr, "low");
-    EXPECT_EQ(meter::Group::top_level().back(), &low);
-    {
-      const meter::Group inner(&low, "inner");
-      const meter::IntegerCounter shifts(low, "shifts", "", "");
-      const meter::MilliSecondTiming time(low, "time", "ms", "");
-      EXPECT_EQ(low.names(), (std::set<std::string>{"inner", "shifts", "time"}));
-    }
-    EXPECT_TRUE(low.names().empty());
-    EXPECT_TRUE(low.groups().empty() && low.values().empty() && low.timings().empty());
-  }
-  EXPECT_EQ(meter::Group::top_level(), groups_before);
-}
-
 TEST(Meters, AReportHasThemAllAndAsksTheGauges) {
   static std::uint64_t reading;
   reading = 6;

@@ -54,13 +54,4 @@ TEST(Log, ShowsWhatTheMaskOfEachLibraryLetsThrough) {
   EXPECT_THAT(LogCapture::take(), testing::ElementsAre("4 4 shown 1", "1 2 shown 2"));
 }
 
-TEST(Log, TheFirstSinkWritesBareLinesToStandardError) {
-  const LogCapture capture;
-  const logging::Sink replaced = logging::set_sink(nullptr);
-  testing::internal::CaptureStderr();
-  logging::write(logging::severe, logging::journal, "text");
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "text\n");
-  logging::set_sink(replaced);
-}
-
 }  // namespace

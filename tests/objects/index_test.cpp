@@ -19,11 +19,6 @@ void erase(std::uint32_t key) {
 }
 
 TEST(Index, RootsAreCreatedOnceWhereNothingElseLies) {
-  {
-    const TestMdb one_root({.index_count = 1});
-    EXPECT_EQ(thrown_by(mdb::index_init),
-              "fubar: Meta database does not have the two required indexes defined");
-  }
   const IndexMdb database(64);
   EXPECT_FALSE(mdb::index_create_root(24));
   set_class(26, BlockClass::used);
