@@ -63,7 +63,16 @@ TEST_F(BackingStoreTest, ShortWritesAreContinuedAndFailuresNameTheBytesDone) {
   expect_refusals({{"read: Cannot seq. write 1024 bytes at block 7 offset 100: \"simulated error 5\"",
                     [] { tsdb::btb_WriteFile(7, blocks(2), 2); }},
                    {"read: Cannot seq. write 512 bytes at block 0 offset 0: \"disk full\"",
-                    [] { tsdb::btb_WriteFile(0, blocks(1), 1); }}});
+                    [] { tsdb::btb_WriteFile(0, blocks(1), 1); }},
+                   {"toobig: Cannot write 8388608 blocks at block 0 at once: more than 2^32 bytes",
+                    [] { tsdb::btb_WriteFile(0, {}, 1u << 23); }},
+                   {"internal: Buffer of 512 bytes given for 2 blocks at block 4",
+                    [] { tsdb::btb_WriteFile(4, blocks(1), 2); }}});
+  tsdb::btb_set_block_size(0x8000'0000);
+  expect_refusals({{"seek: Unable to lseek to block #4294967295 ofs 4294967295",
+                    [] { tsdb::btb_seek(0xFFFF'FFFF, 0xFFFF'FFFF); }}});
+  tsdb::btb_close();
+  expect_refusals({{"internal: No TSDB backing store is open", [] { tsdb::btb_seek(0, 0); }}});
 }
 
 class CreationTest : public TsdbTest {

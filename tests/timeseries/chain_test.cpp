@@ -107,7 +107,9 @@ TEST_F(ChainTest, ACommitRaisesTheTimestampAndAShiftTakesItButNeitherBlockNorCrc
 TEST_F(ChainTest, AKindThatCannotBeCopiedStaysInItsSet) {
   make_database(40, 2, 1);
   expect_refusals({{"internal: Pointer for lblock 60 does not exist in chain 0",
-                    [] { tsdb::set_chain_pointer(current_chain(ChainKind::head), 60, 1); }}});
+                    [] { tsdb::set_chain_pointer(current_chain(ChainKind::head), 60, 1); }},
+                   {"internal: Pointer 60 does not exist in the run of 1 blocks at block 1",
+                    [] { tsdb::set_chain_pointer(current_chain(ChainKind::head).last_run(), 60, 1); }}});
   tsdb::grow_chain(current_chain(ChainKind::check), 31);
   sim.set_free_bytes(0);
   change_all_kinds();

@@ -124,6 +124,8 @@ TEST_F(SeriesTest, WhatCannotBeAllocatedIsRefused) {
     return [=] { tsdb::allocate_described_ts({datatype, levels}); };
   };
   expect_refusals({{"internal: allocate_described_ts() invoked with no levels", allocate(4, {})},
+                   {"internal: A check ID cannot be given to a pair that begins with 0",
+                    [] { tsdb::allocate_check_id(0, 5); }},
                    {"dbtype: Datatype out of range", allocate(0, {{1, 1}})},
                    {"dbtype: Datatype out of range", allocate(5, {{1, 1}})},
                    {"dbnospace: Unable to allocate 100 blocks in db file", allocate(4, {{25'600, 1}})}});
