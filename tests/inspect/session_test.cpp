@@ -43,7 +43,12 @@ const std::map<std::string, Step> steps = {
     {"serial", [](JournalWriter& w, const Numbers& n) { w.serial = n[0]; }},
     // HALF:SERIAL
     {"enter", [](JournalWriter& w, const Numbers& n) { w.enter(word(n, 0), n[1]); }},
-    {"pointer", [](JournalWriter& w, const Numbers&) { w.write_pointer(); }},
+    // JPOS, or where the next entry would go
+    {"pointer",
+     [](JournalWriter& w, const Numbers& n) {
+       w.position = word(n, 0, static_cast<std::uint32_t>(w.position));
+       w.write_pointer();
+     }},
     {"lose", [](JournalWriter& w, const Numbers& n) { w.lose_pointer(word(n, 0)); }},
     {"fill",
      [](JournalWriter& w, const Numbers&) {

@@ -102,6 +102,29 @@ TEST(Objects, LoadTakesOnlyALiveObjectThatStartsThereAndDamageIsReportedNotFollo
   }
 }
 
+TEST(Objects, AnObjectThatHasOftenBeenLookedAtIsGoneOnceItIsFreed) {
+  TestMdb mdb;
+  const ObjectReference kept = store({}, 60), freed = store({}, 60);
+  const auto look = [](ObjectReference reference) {
+    mdb::BlockBuffer scratch;
+    for (int time = 0; time < 3; ++time)
+      (void)mdb::object_view(reference, scratch);
+  };
+  const auto look_at_both = [&] { return thrown_by([&] { look(kept), look(freed); }); };
+  EXPECT_EQ(look_at_both(), "nothing");
+  {
+    const mdb::Transaction undone;
+    free_object(freed);
+    EXPECT_EQ(look_at_both(), "need_repair: Attempt to load placeholder");
+  }
+  EXPECT_EQ(look_at_both(), "nothing");
+  free_object(freed);
+  EXPECT_EQ(look_at_both(), "need_repair: Attempt to load placeholder");
+  look(kept);
+  EXPECT_EQ(store({}, 60), freed);
+  EXPECT_EQ(look_at_both(), "nothing");
+}
+
 TEST(Objects, AStoreThatCannotBeLeavesNothing) {
   TestMdb mdb({.journal_bytes = 8192});
   const ObjectReference kept = store({}, 60);
