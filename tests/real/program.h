@@ -75,8 +75,9 @@ class Program {
       ::usleep(100);
     return is_shown();
   }
+  void send(int signal) const { ::kill(process_, signal); }
   Outcome end_with(int signal) {
-    ::kill(process_, signal);
+    send(signal);
     return wait();
   }
   Outcome wait() {

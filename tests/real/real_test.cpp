@@ -1,5 +1,5 @@
-// The programs as processes of a real system that are killed or find no room on the disk. QUENOR_REAL_SEED
-// gives other transactions and other moments.
+// The programs as processes of a real system that are killed, find no room on the disk or want a file that
+// another has. QUENOR_REAL_SEED gives other transactions and other moments.
 
 #include <gmock/gmock.h>
 #include <sched.h>
@@ -185,6 +185,21 @@ TEST_F(FullDisk, FailsWhatNeedsRoomAndNothingElse) {
     ASSERT_EQ(::mount("none", "db", "tmpfs", MS_REMOUNT, "size=100m"), 0);
     EXPECT_THAT(expect_work(200), IsEmpty());
   }
+}
+
+// While one program stands still with its files open.
+TEST_F(Real, AnExternalJournalHasOneOpener) {
+  create_pair('e');
+  Program first(writer, work(1'000));
+  EXPECT_TRUE(first.shows("done 5\n"));
+  first.send(SIGSTOP);
+  const Outcome second = run(writer, "list db");
+  EXPECT_EQ(second.status, 1);
+  EXPECT_THAT(second.out, testing::StartsWith("refused Cannot open journal in \"db\\main.odbj\": "));
+  const Outcome ended = first.end_with(SIGCONT);
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_THAT(follow(ended.out), IsEmpty());
+  EXPECT_THAT(expect_work(0), IsEmpty());
 }
 
 }  // namespace
