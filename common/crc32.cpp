@@ -75,8 +75,9 @@ constinit crc32_variants::Update chosen_update = choose_and_update;
 
 // Stands in for the chosen variant until the first checksum is computed.
 std::uint32_t choose_and_update(std::uint32_t value, std::span<const std::byte> data) {
-  using namespace crc32_variants;
-  for (const Update update : {update_by_tables, multiplying_update(), wide_multiplying_update()}) {
+  for (const crc32_variants::Update update :
+       {&crc32_variants::update_by_tables, crc32_variants::multiplying_update(),
+        crc32_variants::wide_multiplying_update()}) {
     if (update != nullptr)
       chosen_update = update;
   }

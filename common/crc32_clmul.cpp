@@ -32,17 +32,6 @@ consteval std::uint64_t reciprocal() {
   return quotient;
 }
 
-struct Movers {
-  std::uint64_t low_lane_half;   // for the half with the higher powers
-  std::uint64_t high_lane_half;  // for the half with the lower powers
-
-  explicit consteval Movers(int distance)
-      : low_lane_half(mover(distance + 64)), high_lane_half(mover(distance)) {}
-  __m128i lane() const {
-    return _mm_set_epi64x(static_cast<long long>(high_lane_half), static_cast<long long>(low_lane_half));
-  }
-};
-
 constexpr Movers over_one_lane(128);
 constexpr Movers over_four_lanes(512);
 constexpr std::uint64_t over_96_bits = mover(96);
@@ -51,6 +40,11 @@ constexpr std::uint64_t polynomial_reciprocal = reciprocal();
 
 __m128i load(const std::byte* from) {
   return _mm_loadu_si128(static_cast<const __m128i*>(static_cast<const void*>(from)));
+}
+
+__m128i lane_of(const Movers& movers) {
+  return _mm_set_epi64x(static_cast<long long>(movers.high_lane_half),
+                        static_cast<long long>(movers.low_lane_half));
 }
 
 __m128i word(std::uint64_t value) {
@@ -88,7 +82,7 @@ std::uint32_t reduced(__m128i lane) {
 __m128i folded_strides(__m128i first, std::span<const std::byte>& data) {
   const std::byte* p = data.data();
   __m128i lanes[4] = {first, load(p + lane_size), load(p + 2 * lane_size), load(p + 3 * lane_size)};
-  const __m128i movers = over_four_lanes.lane();
+  const __m128i movers = lane_of(over_four_lanes);
   for (data = data.subspan(stride_size); data.size() >= stride_size; data = data.subspan(stride_size)) {
     p = data.data();
     for (__m128i& lane : lanes) {
@@ -98,7 +92,7 @@ __m128i folded_strides(__m128i first, std::span<const std::byte>& data) {
   }
   __m128i sum = lanes[0];
   for (std::size_t i = 1; i < std::size(lanes); ++i)
-    sum = folded(sum, over_one_lane.lane(), lanes[i]);
+    sum = folded(sum, lane_of(over_one_lane), lanes[i]);
   return sum;
 }
 
@@ -114,7 +108,7 @@ std::uint32_t update_by_multiplication(std::uint32_t value, std::span<const std:
     data = data.subspan(lane_size);
   }
   for (; data.size() >= lane_size; data = data.subspan(lane_size)) {
-    lane = folded(lane, over_one_lane.lane(), load(data.data()));
+    lane = folded(lane, lane_of(over_one_lane), load(data.data()));
   }
   return update_by_tables(reduced(lane), data);
 }

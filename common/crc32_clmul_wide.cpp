@@ -12,7 +12,7 @@ namespace {
 constexpr std::size_t pair_size = sizeof(__m256i);
 constexpr std::size_t pair_count = 4;  // so that a multiplication need not wait for the one before it
 constexpr std::size_t stride_size = pair_count * pair_size;
-constexpr int stride_bits = 8 * stride_size;
+constexpr Movers over_a_stride(8 * stride_size);
 // Below this the setting out costs what the width gains.
 constexpr std::size_t worthwhile_size = 4 * stride_size;
 
@@ -21,8 +21,9 @@ __m256i load(const std::byte* from) {
 }
 
 void fold_onto(__m256i (&pairs)[pair_count], const std::byte* next) {
-  const __m256i movers = _mm256_broadcastsi128_si256(_mm_set_epi64x(
-      static_cast<long long>(mover(stride_bits)), static_cast<long long>(mover(stride_bits + 64))));
+  const __m256i movers =
+      _mm256_broadcastsi128_si256(_mm_set_epi64x(static_cast<long long>(over_a_stride.high_lane_half),
+                                                 static_cast<long long>(over_a_stride.low_lane_half)));
   for (__m256i& pair : pairs) {
     const __m256i high_powers = _mm256_clmulepi64_epi128(pair, movers, 0x00);
     const __m256i low_powers = _mm256_clmulepi64_epi128(pair, movers, 0x11);
@@ -47,10 +48,9 @@ std::uint32_t update_by_wide_multiplication(std::uint32_t value, std::span<const
 }  // namespace
 
 Update wide_multiplying_update() {
-  __builtin_cpu_init();
-  return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("vpclmulqdq")
-             ? update_by_wide_multiplication
-             : nullptr;
+  const bool has_all = multiplying_update() != nullptr && __builtin_cpu_supports("avx2") &&
+                       __builtin_cpu_supports("vpclmulqdq");
+  return has_all ? update_by_wide_multiplication : nullptr;
 }
 
 }  // namespace security::crc32_variants

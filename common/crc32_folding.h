@@ -29,4 +29,13 @@ consteval std::uint64_t mover(int distance) {
   return power_of_x(distance - 1);
 }
 
+// The two constants that move a lane of 16 bytes up by `distance` bits.
+struct Movers {
+  std::uint64_t low_lane_half;   // for the half with the higher powers
+  std::uint64_t high_lane_half;  // for the half with the lower powers
+
+  explicit consteval Movers(int distance)
+      : low_lane_half(mover(distance + 64)), high_lane_half(mover(distance)) {}
+};
+
 }  // namespace security::crc32_variants

@@ -6,8 +6,4 @@ Update multiplying_update() {
   return nullptr;
 }
 
-Update wide_multiplying_update() {
-  return nullptr;
-}
-
 }  // namespace security::crc32_variants
