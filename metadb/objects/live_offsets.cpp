@@ -1,6 +1,7 @@
 #include "live_offsets.h"
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "metadb/objects/data_block.h"
@@ -11,7 +12,8 @@ namespace {
 // What is known of one version of one block.
 struct Entry {
   std::uint64_t version = 0;
-  std::vector<bool> is_live;  // by half the offset, as items start at even ones; empty until asked again
+  bool was_asked_again = false;
+  std::vector<bool> is_live;  // by half the offset, as items start at even ones; empty for a damaged block
 };
 
 constexpr std::size_t max_entries = 8192;
@@ -47,10 +49,10 @@ bool contain(std::uint32_t block, const BlockView& view, std::uint32_t offset) {
   Entry& entry = entry_of(block, view.bytes.size());
   if (entry.version != view.version) {
     entry.version = view.version;
-    entry.is_live.clear();
+    entry.was_asked_again = false;
     return false;
   }
-  if (entry.is_live.empty())
+  if (!std::exchange(entry.was_asked_again, true))
     entry.is_live = live_objects_of(view.bytes);
   return offset % 2 == 0 && offset / 2 < entry.is_live.size() && entry.is_live[offset / 2];
 }

@@ -83,10 +83,11 @@ ObjectReference store_new_object(std::uint32_t size, RecordWriter& writer) {
 ObjectReference object_store(ObjectReference reference, RecordWriter& writer) {
   if (reference.is_null())
     return store_new_object(size_for(writer), writer);
+  const std::uint32_t size = size_for(writer);
   const ObjectHandle old = object_load(reference);
   ObjectHandle object = handle_on(reference);
   Transaction transaction;
-  return write_object(transaction, std::move(object), &old, size_for(writer), writer);
+  return write_object(transaction, std::move(object), &old, size, writer);
 }
 
 }  // namespace mdb

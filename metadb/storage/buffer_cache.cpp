@@ -84,7 +84,7 @@ std::uint32_t add_entry(std::uint32_t block) {
   BlockBuffer buffer(block_size());
   read_committed(buffer, block);
   const auto index = static_cast<std::uint32_t>(cache.entries.size());
-  cache.entries.push_back({block, no_entry, no_entry, ++last_version, std::move(buffer)});
+  cache.entries.push_back({block, no_entry, no_entry, ++last_version, std::move(buffer)});  // C4
   link_in_front(index);
   return index;
 }
@@ -95,14 +95,14 @@ std::uint32_t reuse_oldest_entry(std::uint32_t block) {
   cache.table.erase(entry.block);
   read_committed(entry.buffer, block);  // C2: if this throws, no slot names the entry
   entry.block = block;
-  entry.version = ++last_version;
+  entry.version = ++last_version;  // C4
   move_to_front(index);
   return index;
 }
 
 }  // namespace
 
-CachedBlock cache_get_version(std::uint32_t block) {
+BlockView cache_get_version(std::uint32_t block) {
   std::uint32_t index;
   if (const auto found = cache.table.find(block)) {
     index = *found;
@@ -139,7 +139,7 @@ void cache_apply_update(std::uint64_t target, std::span<const std::byte> data) {
     if (!found.has_value())
       continue;
     Entry& entry = cache.entries[*found];
-    entry.version = ++last_version;
+    entry.version = ++last_version;  // C4
     overlay_update(entry.buffer.bytes(), block * size_bytes, target, data);
   }
 }

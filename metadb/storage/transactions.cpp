@@ -242,10 +242,8 @@ BlockBuffer read_block_copy(std::uint32_t block) {
 }
 
 BlockView view_block_version(std::uint32_t block, BlockBuffer& scratch) {
-  if (!transactions.pending.touches(block)) {
-    const auto [bytes, version] = cache_get_version(block);
-    return {bytes, version};
-  }
+  if (!transactions.pending.touches(block))
+    return cache_get_version(block);
   scratch = read_block_copy(block);
   return {scratch.bytes(), 0};
 }

@@ -52,6 +52,29 @@ TEST_F(StoreTest, AccessIsLimitedToTheStoreAndTheJournal) {
   }
 }
 
+TEST_F(StoreTest, TheCacheKeepsWhatWasUsedLastAndItsTableSparse) {
+  create(std::size_t{2000} * 512, 8192);
+  open();
+  mdb::cache_set_limit(200);
+  const auto read = [](std::uint32_t first, std::uint32_t last) {
+    for (std::uint32_t block = first; block <= last; ++block)
+      (void)mdb::cache_get_block(block);
+    const mdb::CacheStatistics cache = mdb::cache_statistics();
+    return std::tuple(cache.entries, cache.live, cache.slots, cache.rehashes);
+  };
+  EXPECT_EQ(read(0, 126), std::tuple(127u, 127u, 509u, 0u));
+  EXPECT_EQ(read(127, 127), std::tuple(128u, 128u, 1021u, 1u));
+  EXPECT_EQ(read(128, 199), std::tuple(200u, 200u, 1021u, 1u));
+  (void)read(0, 0);
+  EXPECT_EQ(read(200, 200), std::tuple(200u, 200u, 1021u, 1u));
+  EXPECT_FALSE(mdb::cache_peek(0).empty());
+  EXPECT_TRUE(mdb::cache_peek(1).empty());
+  (void)read(201, 1999);
+  EXPECT_LE(mdb::cache_statistics().non_empty, 3 * 200u) << "deleted slots do not crowd it";
+  EXPECT_GT(mdb::cache_statistics().rehashes, 1u);
+  mdb::cache_set_limit(8192);
+}
+
 // An MDB of 20 blocks of 8192 bytes whose allocation map is 2 blocks long.
 class HeaderTest : public StorageTest {
  protected:

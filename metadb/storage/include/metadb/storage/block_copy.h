@@ -9,6 +9,8 @@
 #include <span>
 #include <utility>
 
+#include "metadb/storage/buffer_cache.h"
+
 namespace mdb {
 
 // A buffer of one block that its holder owns; empty when moved from or never filled.
@@ -43,12 +45,7 @@ BlockBuffer read_block_copy(std::uint32_t block);
 // `scratch`. Valid until the next call that may read or commit a block, and as long as `scratch` is kept.
 std::span<const std::byte> view_block(std::uint32_t block, BlockBuffer& scratch);
 
-// The same, with a number that tells whether a later view shows the same bytes: 0 for those in `scratch`,
-// else one that no block has again once its bytes may be others.
-struct BlockView {
-  std::span<const std::byte> bytes;
-  std::uint64_t version;
-};
+// What view_block shows, with its version, which is 0 for a copy in `scratch`.
 BlockView view_block_version(std::uint32_t block, BlockBuffer& scratch);
 
 // Reads bytes of the store past the cache, then lays over them what is committed but not yet applied and

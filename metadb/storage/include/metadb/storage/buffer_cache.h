@@ -16,14 +16,15 @@
 
 namespace mdb {
 
-struct CachedBlock {
+// Bytes of a block, with a number that tells whether a later view of it shows the same.
+struct BlockView {
   std::span<const std::byte> bytes;
-  std::uint64_t version;  // C4; above 0, and never that of another block
+  std::uint64_t version;  // C4; that of no other block; 0 for bytes that are not the cache's
 };
 
 // The block's committed bytes. The view is valid until the next call that may read or commit a block.
 // Throws what block_read throws; then the cache is as before, but the least recently used block may be gone.
-CachedBlock cache_get_version(std::uint32_t block);
+BlockView cache_get_version(std::uint32_t block);
 std::span<const std::byte> cache_get_block(std::uint32_t block);
 
 // The block's committed bytes when it is cached, else an empty span. Touches neither order nor meters.
