@@ -5,7 +5,6 @@
 #include <gmock/gmock.h>
 
 #include "program.h"
-#include "reader.h"
 
 using real::Outcome;
 
@@ -27,8 +26,7 @@ class EndToEnd : public real::InDirectory {
 
   // The text of a file in transcripts/, with `number` for %.
   static std::string transcript(const std::string& name, const std::string& number = {}) {
-    const auto contents = reader::read_file(QUENOR_TRANSCRIPTS "/" + name + ".txt");
-    std::string text(contents.begin(), contents.end());
+    std::string text = contents(QUENOR_TRANSCRIPTS "/" + name + ".txt");
     if (const std::size_t at = text.find('%'); at != std::string::npos)
       text.replace(at, 1, number);
     return text;
@@ -39,7 +37,7 @@ class EndToEnd : public real::InDirectory {
   static void write_file(const std::string& path, const std::string& contents) {
     std::ofstream("db/" + path, std::ios::binary) << contents;
   }
-  static reader::Bytes file(const std::string& path) { return reader::read_file("db/" + path); }
+  static std::string file(const std::string& path) { return contents("db/" + path); }
 
   static bool has_no_database() {
     return !exists("main.odb") && !exists("main.odbj") && !exists("main.tsdb");
@@ -47,5 +45,12 @@ class EndToEnd : public real::InDirectory {
   static void remove_files() {
     for (const auto* path : {"main.odb", "main.odbj", "main.tsdb", "j/main.odbj", "t/main.tsdb"})
       std::filesystem::remove(std::string("db/") + path);
+  }
+
+ private:
+  // Empty without a file.
+  static std::string contents(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
   }
 };
