@@ -1,6 +1,7 @@
 // Index trees where random work does not lead: exact shapes, refusals in their own words, damaged nodes.
 
 #include "mdb_fixture.h"
+#include "metadb/objects/index_tree.h"
 
 namespace mdb_test {
 namespace {
@@ -126,6 +127,39 @@ TEST(Index, RefusalsNameWhatIsWrongAndChangeNothing) {
       set_word(block, offset, word);
     expect_refusal(c.call, c.words);
   }
+}
+
+TEST(Index, StepsThatWouldBreakTheTreeAreRefused) {
+  const IndexMdb database(64);
+  fill_unique(5);
+  constexpr Key key = {0, 1};
+  const mdb::Transaction transaction;
+  mdb::SearchPath path, none;
+  auto found = mdb::index_search(24, {0, 0}, path, mdb::SearchMode::any);
+  mdb::NodeHandle root = mdb::load_node(24);
+  mdb::SearchPath beyond = path;
+  beyond.set_bottom_child(7);
+  const std::pair<std::function<void()>, const char*> steps[] = {
+      {[&] { mdb::leaf_delete_at(found->leaf, 9, path); },
+       "internal: Cannot delete index 9 in leaf with 2 elements"},
+      {[&] { mdb::internal_insert(none, key, 9); }, "internal: Wanted to insert in index node with no self"},
+      {[&] { mdb::internal_delete_child(none, 9); },
+       "internal: Index node deletion called with empty search path"},
+      {[&] { mdb::internal_delete_child(beyond, 9); },
+       "internal: Cannot delete key left of key 7 in index node with 1 elements"},
+      {[&] { mdb::internal_delete_child(path, 9); },
+       "fubar: In index node 24 - Neither left nor right pointer of index 0 pointed to the deleted leaf "
+       "(block 9)"},
+      {[&] { mdb::rename_first_key(path, 9, key); },
+       "internal: When fixing up first-key assumption in leaf: couldn't find ourselves..."},
+      {[&] { mdb::internal_insert_at(root, key, 9, 2); },
+       "internal: Index node fixed-pos. insertion in node 24 got index 2"},
+      {[&] { mdb::internal_insert_at(root, key, 9, 1); },
+       "fubar: Index node holds badly ordered keys - or fixed position insert had bad value (key 0.1 at "
+       "index 1 of node 24). "},
+  };
+  for (const auto& [step, words] : steps)
+    expect_refusal(step, words);
 }
 
 }  // namespace
