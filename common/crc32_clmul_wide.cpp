@@ -13,7 +13,7 @@ constexpr std::size_t pair_size = sizeof(__m256i);
 constexpr std::size_t pair_count = 4;  // so that a multiplication need not wait for the one before it
 constexpr std::size_t stride_size = pair_count * pair_size;
 constexpr Movers over_a_stride(8 * stride_size);
-// Below this the setting out costs what the width gains.
+// Below this setting out costs what the width gains.
 constexpr std::size_t worthwhile_size = 4 * stride_size;
 
 __m256i load(const std::byte* from) {
@@ -32,9 +32,8 @@ void fold_onto(__m256i (&pairs)[pair_count], const std::byte* next) {
   }
 }
 
-std::uint32_t update_by_wide_multiplication(std::uint32_t value, std::span<const std::byte> data) {
-  if (data.size() < worthwhile_size)
-    return update_by_multiplication(value, data);
+// REQUIRES: data holds a stride. Apart from the choice below, which would set out for it each time.
+[[gnu::noinline]] std::uint32_t update_by_strides(std::uint32_t value, std::span<const std::byte> data) {
   __m256i pairs[pair_count];
   for (std::size_t i = 0; i < pair_count; ++i)
     pairs[i] = load(&data[i * pair_size]);
@@ -43,6 +42,11 @@ std::uint32_t update_by_wide_multiplication(std::uint32_t value, std::span<const
     fold_onto(pairs, data.data());
   // What has been folded is a message of one stride with the same remainder.
   return update_by_multiplication(update_by_multiplication(0, std::as_bytes(std::span(pairs))), data);
+}
+
+std::uint32_t update_by_wide_multiplication(std::uint32_t value, std::span<const std::byte> data) {
+  return data.size() < worthwhile_size ? update_by_multiplication(value, data)
+                                       : update_by_strides(value, data);
 }
 
 }  // namespace
