@@ -47,7 +47,6 @@ class ReportFile {
  public:
   // Throws ReportNotWritten.
   explicit ReportFile(const std::string& path) : path_(path) {
-    platform::system().ignore_write_signals();  // so that a file that meets a limit is removed
     const platform::InterruptsHeld held(platform::system());
     auto made = platform::system().create_new(path);
     check(made.status());
@@ -125,9 +124,12 @@ int inspect_and_print(const Arguments& arguments, std::ostream& out, std::ostrea
     return status_unusable;
   }
   const Inspection inspection = inspect_and_report(arguments, out);
-  // A report alone says everything.
-  if (!arguments.report_path || arguments.json || !arguments.views.is_summary())
+  // A report alone says everything, but nobody reads it to understand a status.
+  if (!arguments.report_path || arguments.json || !arguments.views.is_summary()) {
     (arguments.json ? print_json : print_text)(out, directory, inspection, arguments.views);
+  } else if (inspection.verdict() != Verdict::sound) {
+    print_outcome(err, inspection);
+  }
   if (lacks_node(arguments, inspection)) {
     err << "quenor-dbinfo: There is no node " << text_of(*arguments.views.node) << ".\n";
     if (inspection.verdict() == Verdict::sound)
@@ -158,6 +160,8 @@ int run_with(const Arguments& arguments, std::ostream& out, std::ostream& err) {
 }  // namespace
 
 int run(std::span<const char* const> words, std::ostream& out, std::ostream& err) {
+  // So that a limit that is met and a pipe that nobody reads have a status and a line.
+  platform::system().ignore_write_signals();
   try {
     const int status = run_with(parse_arguments(words), out, err);
     // Only now is it known whether a full disk took what was printed.

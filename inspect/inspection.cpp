@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "journal_check.h"
+#include "metadb/storage/mdb_format.h"
 #include "object_check.h"
 #include "tsdb_check.h"
 
@@ -125,7 +126,11 @@ class PairInspection {
     const bool is_there = platform::system().is_directory(beside).ok();
     if (is_there)
       return {beside, open(beside, name_of(DatabaseFile::journal))};
-    return {layout.journal_path, open(layout.journal_path, layout.journal_path)};
+    ExternalJournal elsewhere = {layout.journal_path, open(layout.journal_path, layout.journal_path)};
+    if (elsewhere.file)
+      result_.report.note(place_in_mdb(0, mdb::format::header::path),
+                          "the journal is not in the directory: that at ", layout.journal_path, " was taken");
+    return elsewhere;
   }
 
   bool fits_mapping(std::uint64_t length, const Place& place) {

@@ -89,12 +89,16 @@ std::string right(std::string text, std::size_t width) {
   return text;
 }
 
+void print_outcome(std::ostream& out, const Inspection& inspection) {
+  print_unavailable(out, inspection);
+  print_verdict(out, inspection);
+}
+
 void print_text(std::ostream& out, const std::string& directory, const Inspection& inspection,
                 const Views& views) {
   out << (views.check ? "Check of the databases in " : "Databases in ") << printable(directory) << '\n';
   print_views(out, inspection, views);
-  print_unavailable(out, inspection);
-  print_verdict(out, inspection);
+  print_outcome(out, inspection);
   if (!views.check && inspection.report.damage_count() != 0)
     out << "Run quenor-dbinfo --check to see what was found.\n";
 }

@@ -23,7 +23,10 @@ struct Views {
   bool is_summary() const { return !check && !nodes && !node && !chains && !journal && !indexes; }
 };
 
-// The views one after the other, then the verdict.
+// What could not be looked at, and the verdict.
+void print_outcome(std::ostream& out, const Inspection& inspection);
+
+// The views one after the other, then the outcome.
 void print_text(std::ostream& out, const std::string& directory, const Inspection& inspection,
                 const Views& views);
 

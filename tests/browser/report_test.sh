@@ -16,8 +16,8 @@ browse() {
     --disable-background-networking --disable-component-update --disable-sync \
     --user-data-dir="$(mktemp -d -p "$work")" --enable-logging=stderr "${@:3}" \
     --dump-dom "file://$work/tested.html" >"$work/dom" 2>"$work/messages"
-  ! grep CONSOLE "$work/messages" >&2
-  ! grep -o 'data-error="[^"]*"' "$work/dom" >&2
+  if grep CONSOLE "$work/messages" >&2; then return 1; fi
+  if grep -o 'data-error="[^"]*"' "$work/dom" >&2; then return 1; fi
 }
 
 # Every element with a name of what it counts, as "name value".

@@ -99,6 +99,7 @@ class File {
   virtual Result<std::size_t> write_at(std::uint64_t position, std::span<const std::byte> bytes) = 0;
   // Makes everything written so far durable.
   virtual Status sync() = 0;
+  // Stamps the file, without making the stamp durable.
   virtual Status set_modification_time(FileTime time) = 0;
   // True for a device that cannot be lengthened; never on Windows.
   virtual bool has_fixed_size() const = 0;
@@ -141,6 +142,7 @@ class System {
   virtual std::uint64_t monotonic_microseconds() = 0;
   // Seconds since 1970-01-01 UTC.
   virtual std::int64_t calendar_seconds() = 0;
+  // The moment as a stamp for files.
   virtual Result<FileTime> file_time_now() = 0;
 
   // Whether somebody may sit at the other end of the stream.

@@ -43,6 +43,7 @@ class Run {
 
   // Whether the buffer holds anything that has not been written.
   bool dirty() const { return dirty_; }
+  // Whether the next sync has to write the run, or has just done so.
   void mark_dirty() { dirty_ = true; }
   void mark_written() { dirty_ = false; }
 
@@ -104,6 +105,7 @@ class Chain {
 
   // A zero run for this chain, not yet part of it.
   Run make_run(std::uint32_t first_block, std::uint32_t block_count) const;
+  // Adds a run at the end.
   void append(Run run);
 
   // Number of entries.
@@ -128,6 +130,7 @@ class Chain {
 
   // Whether any run is dirty.
   bool dirty() const;
+  // Marks every run dirty.
   void mark_dirty();
 
  private:

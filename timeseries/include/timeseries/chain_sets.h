@@ -32,6 +32,7 @@ void set_current(ChainKind kind, std::uint32_t chain_set);
 
 // The set of the head chain that was committed last.
 std::uint32_t committed_head_set();
+// For the sync that has committed it.
 void set_committed_head(std::uint32_t chain_set);
 
 }  // namespace tsdb

@@ -153,7 +153,7 @@ NodeHandle load_node(std::uint32_t block);
 // Throws error_fubar "Left neighbor is not a leaf node" and its sibling.
 NodeHandle load_neighbor(std::uint32_t block, Side side);
 
-// Journals the whole block. REQUIRES: a transaction is open.
+// Journals the whole block. REQUIRES: a transaction is open. Throws what transaction_update throws.
 void journal_node(const NodeHandle& node);
 
 // Checks the magic and that the count fits; throws error_need_repair.
@@ -172,7 +172,8 @@ InternalView checked_internal(std::span<const std::byte> bytes, std::uint32_t bl
 // Throws error_fubar for a block that holds anything else.
 bool index_create_root(std::uint32_t block);
 
-// Allocate, mark and journal an empty node near block `hint`. REQUIRES: a transaction is open.
+// Allocate, mark and journal an empty node near block `hint`. REQUIRES: a transaction is open. Throw
+// error_dbnospace without an Empty block, and what growing the store and transaction_update throw.
 NodeHandle index_new_internal(std::uint32_t hint);
 NodeHandle index_new_leaf(std::uint32_t hint);
 

@@ -54,8 +54,8 @@ void byte_read(std::span<std::byte> buffer, std::uint64_t offset);
 void byte_write(std::span<const std::byte> bytes, std::uint64_t offset, bool allow_beyond_end);
 
 // Lengthens the store with zeros, block by block, until block `block` is addressable and by about a fifth
-// at least; does nothing on a device of fixed size. After a failure backing_size() counts exactly the
-// blocks that were written.
+// at least; does nothing on a device of fixed size. The zeros are durable after backing_sync(). Throws what
+// byte_write throws; then backing_size() counts exactly the blocks that were written.
 void backing_grow(std::uint32_t block);
 
 // Bytes that may be read and written. The second form is recovery's: it has written up to there.

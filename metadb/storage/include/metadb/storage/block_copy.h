@@ -43,9 +43,10 @@ BlockBuffer read_block_copy(std::uint32_t block);
 
 // The block for looking at only, without a copy where the open transaction has not touched it, else in
 // `scratch`. Valid until the next call that may read or commit a block, and as long as `scratch` is kept.
+// Throws what block_read throws.
 std::span<const std::byte> view_block(std::uint32_t block, BlockBuffer& scratch);
 
-// What view_block shows, with its version, which is 0 for a copy in `scratch`.
+// What view_block shows, with its version, which is 0 for a copy in `scratch`. Throws what block_read throws.
 BlockView view_block_version(std::uint32_t block, BlockBuffer& scratch);
 
 // Reads bytes of the store past the cache, then lays over them what is committed but not yet applied and

@@ -22,13 +22,18 @@ void journal_format();
 void journal_validate();
 
 // Syncs, unmaps and closes the journal without applying it, then logs "Journal in sync. Ready for shutdown.".
+// Throws error_io: when it was the sync that failed the journal is still mapped, and what was committed
+// lazily since the last sync may be lost in a power cut; else the journal is gone and everything is on the
+// medium.
 void journal_shutdown();
 
 // Drops the journal as it stands, with every open transaction, without a sync and without an error: what the
 // next opening finds is what recovery makes of it.
 void journal_abandon();
 
-// Opens a transaction, nested when one is open. An outermost one first runs journal_checkpoint().
+// Opens a transaction, nested when one is open. An outermost one first runs journal_checkpoint(). Nothing is
+// open when it throws error_internal without a validated journal or with one too small for an entry, the
+// error of an earlier flush that failed, or what syncing and applying throw.
 void transaction_begin();
 
 // Records that the bytes at `offset` of the database shall be `data`. They are visible to private copies
