@@ -27,7 +27,8 @@ bool index_is_unique(std::uint32_t index);
 void index_init();
 
 // All below throw error_need_repair and error_fubar for damaged trees, and error_internal for an index of
-// the wrong kind or none at all.
+// the wrong kind or none at all. Those that change an index do it in a transaction of their own, lazily
+// durable, when none is open; they throw what it throws, and error_dbnospace when a split finds no block.
 
 // The reference under a key of a unique index. The first search of an empty index makes its first leaf.
 std::optional<ObjectReference> unique_search(std::uint32_t index, IndexKey key);

@@ -74,6 +74,7 @@ void free_unnamed_object(ObjectReference reference);
 // and may move. Returns where the record is now; the reference given is void then.
 //
 // Whole or not at all: after a failure the old object stands as before, and a new one is freed again.
+// Survives a process death at once, a power cut within a second or so, or as the caller's transaction ends.
 // Throws what object_load, the allocator, the journal and the writer throw.
 ObjectReference object_store(ObjectReference reference, RecordWriter& writer);
 

@@ -56,7 +56,8 @@ void transaction_abort();
 bool transaction_is_open();
 std::size_t transaction_depth();
 
-// Bytes still writable in the current half.
+// Bytes still writable in the current half. Throws error_internal without a validated journal, and the error
+// of an earlier flush that failed.
 std::uint32_t journal_free();
 
 // Moves writing to the other half, with a redirection entry at the write position when asked. Syncs the

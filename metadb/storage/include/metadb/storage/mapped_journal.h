@@ -31,7 +31,7 @@ void journal_write(std::uint64_t position, std::span<const std::byte> bytes);
 // Whether a write or a flush of the journal has failed.
 bool journal_has_failed();
 
-// A sync when journal bytes may have been changed since the last one.
+// A sync when journal bytes may have been changed since the last one. Throws what journal_sync throws.
 void journal_sync_if_written();
 
 // Syncs, unmaps and closes. Throws error_io.
