@@ -1,5 +1,5 @@
-# find_package(Quenor) defines a target for each library, Quenor::nodemodel, Quenor::timeseries and Quenor::inspect being
-# the uppermost ones. They depend on nothing but each other.
+# find_package(Quenor) defines a target for each library: Quenor::nodemodel, Quenor::timeseries and Quenor::inspect
+# are the uppermost ones. They depend on nothing but each other.
 include("${CMAKE_CURRENT_LIST_DIR}/QuenorTargets.cmake")
 
 foreach(component IN LISTS Quenor_FIND_COMPONENTS)
