@@ -77,7 +77,7 @@ constinit crc32_variants::Update chosen_update = choose_and_update;
 std::uint32_t choose_and_update(std::uint32_t value, std::span<const std::byte> data) {
   for (const crc32_variants::Update update :
        {&crc32_variants::update_by_tables, crc32_variants::multiplying_update(),
-        crc32_variants::wide_multiplying_update()}) {
+        crc32_variants::two_lane_update(), crc32_variants::four_lane_update()}) {
     if (update != nullptr)
       chosen_update = update;
   }

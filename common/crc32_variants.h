@@ -22,9 +22,10 @@ std::uint32_t update_by_tables(std::uint32_t register_value, std::span<const std
 // Carry-less multiplication of 16 bytes at a time. REQUIRES: multiplying_update() is not null.
 std::uint32_t update_by_multiplication(std::uint32_t register_value, std::span<const std::byte> data);
 
-// The multiplications of 16 and of 32 bytes at a time; null when this processor, or the one built for, has
-// none. One that has the wide one has both.
+// The multiplications of one lane of 16 bytes, of two and of four at a time, from the slowest to the fastest;
+// null when this processor, or the one built for, has none. One that has several lanes has the one as well.
 Update multiplying_update();
-Update wide_multiplying_update();
+Update two_lane_update();
+Update four_lane_update();
 
 }  // namespace security::crc32_variants
