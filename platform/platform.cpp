@@ -20,7 +20,7 @@ Status Mapping::write(std::size_t offset, std::span<const std::byte> source) {
   return {};
 }
 
-void Mapping::start_sync(std::size_t /*offset*/, std::size_t /*length*/) {}
+void File::start_sync() {}
 
 System& system() {
   return current != nullptr ? *current : native_system();

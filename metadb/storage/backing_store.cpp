@@ -10,6 +10,7 @@
 #include "metadb/storage/block_copy.h"
 #include "platform/platform.h"
 #include "sync_failure.h"
+#include "write_out.h"
 
 namespace mdb {
 namespace {
@@ -27,6 +28,7 @@ struct Store {
   std::uint32_t block_size = 0;
   bool fixed_size = true;
   SyncFailure sync_failure;
+  WriteOut write_out;
 };
 
 Store store;
@@ -135,6 +137,7 @@ void byte_write(std::span<const std::byte> bytes, std::uint64_t offset, bool all
   if (done.value() != bytes.size()) {
     throw error_io(text::concat("Could not byte-write: written=", done.value(), " byte_len=", bytes.size()));
   }
+  store.write_out.wrote(*store.file, bytes.size());
 }
 
 void backing_grow(std::uint32_t block) {

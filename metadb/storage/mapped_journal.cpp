@@ -13,6 +13,7 @@
 #include "metadb/storage/backing_store.h"
 #include "platform/platform.h"
 #include "sync_failure.h"
+#include "write_out.h"
 
 namespace mdb {
 namespace {
@@ -21,15 +22,6 @@ constexpr std::uint64_t max_mapping = std::numeric_limits<std::uint32_t>::max();
 
 constexpr std::string_view sync_failed = "Error when syncing journal";
 
-// Bytes written one after another that the system has not been told to write out.
-struct WrittenRun {
-  std::uint64_t start = 0;
-  std::uint64_t end = 0;
-};
-
-// So long that the calls and the requests they make cost little, and short beside a half.
-constexpr std::uint64_t long_run = std::uint64_t{1} << 20;
-
 struct MappedJournal {
   // The mapping lies above the file, so that it is released first.
   std::unique_ptr<platform::File> file;
@@ -37,7 +29,7 @@ struct MappedJournal {
   std::uint64_t length = 0;
   std::uint64_t usable_length = 0;
   bool written = false;
-  WrittenRun run;
+  WriteOut write_out;
   SyncFailure sync_failure;
 };
 
@@ -106,15 +98,12 @@ void journal_write(std::uint64_t position, std::span<const std::byte> bytes) {
   if (!journal.mapping->write(static_cast<std::size_t>(position), bytes).ok())
     journal.sync_failure.fail(std::string(sync_failed));
   journal.written = true;
-  WrittenRun& run = journal.run;
-  if (run.end != position)
-    run.start = position;
-  run.end = position + bytes.size();
-  if (run.end - run.start < long_run)
-    return;
-  journal.mapping->start_sync(static_cast<std::size_t>(run.start),
-                              static_cast<std::size_t>(run.end - run.start));
-  run.start = run.end;
+  journal.write_out.wrote(*journal.file, bytes.size());
+}
+
+void journal_start_sync() {
+  if (journal_is_mapped())
+    journal.write_out.start(*journal.file);
 }
 
 bool journal_has_failed() {

@@ -83,13 +83,6 @@ class PosixMapping final : public Mapping {
     return {};
   }
 
-  void start_sync([[maybe_unused]] std::size_t offset, [[maybe_unused]] std::size_t length) override {
-#ifdef SYNC_FILE_RANGE_WRITE
-    (void)::sync_file_range(descriptor_, position_of(offset), static_cast<off_t>(length),
-                            SYNC_FILE_RANGE_WRITE);
-#endif
-  }
-
   Status unmap() override {
     if (view_ == nullptr)
       return {};
@@ -97,9 +90,7 @@ class PosixMapping final : public Mapping {
   }
 
   // There is no mapping object besides the view.
-  Status close() override {
-    return {};
-  }
+  Status close() override { return {}; }
 
  private:
   std::span<std::byte> mapped() const {
@@ -107,9 +98,7 @@ class PosixMapping final : public Mapping {
       return {};
     return {view_ + lead_, view_length_ - lead_};
   }
-  off_t position_of(std::size_t offset) const {
-    return static_cast<off_t>(offset_ + offset);
-  }
+  off_t position_of(std::size_t offset) const { return static_cast<off_t>(offset_ + offset); }
 
   std::byte* view_;
   std::size_t view_length_;
@@ -140,6 +129,13 @@ class PosixFile final : public File {
     return outcome(uninterrupted([&] { return ::fsync(descriptor_.number()); }));
   }
 
+  void start_sync() override {
+#ifdef SYNC_FILE_RANGE_WRITE
+    constexpr off_t to_the_end = 0;
+    (void)::sync_file_range(descriptor_.number(), 0, to_the_end, SYNC_FILE_RANGE_WRITE);
+#endif
+  }
+
   Status set_modification_time(FileTime time) override {
     const timespec modified{static_cast<time_t>(time.value / nanoseconds_per_second),
                             static_cast<long>(time.value % nanoseconds_per_second)};
@@ -147,11 +143,15 @@ class PosixFile final : public File {
     return outcome(uninterrupted([&] { return ::futimens(descriptor_.number(), times); }));
   }
 
-  bool has_fixed_size() const override { return is_block_device_; }
+  bool has_fixed_size() const override {
+    return is_block_device_;
+  }
 
   Result<std::unique_ptr<Mapping>> map(std::uint64_t offset, std::uint32_t length) override;
 
-  Status close() override { return descriptor_.close(); }
+  Status close() override {
+    return descriptor_.close();
+  }
 
  private:
   static Result<std::size_t> transferred(ssize_t count) {

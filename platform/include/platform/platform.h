@@ -79,9 +79,6 @@ class Mapping {
   // Copies `source` into bytes() from `offset` on, where it must fit. Where the system takes long to make a
   // page writable this goes past the view, which shows the bytes all the same.
   virtual Status write(std::size_t offset, std::span<const std::byte> source);
-  // Starts to hand a range of bytes() to the disk, so that sync() has less to wait for. A hint: it promises
-  // nothing, and cannot fail.
-  virtual void start_sync(std::size_t offset, std::size_t length);
   // Removes the view; bytes() is empty afterwards.
   virtual Status unmap() = 0;
   // Releases the mapping object (a step of its own on Windows). REQUIRES: unmap() has been called.
@@ -99,6 +96,9 @@ class File {
   virtual Result<std::size_t> write_at(std::uint64_t position, std::span<const std::byte> bytes) = 0;
   // Makes everything written so far durable.
   virtual Status sync() = 0;
+  // Starts to hand what has been written to the disk, so that sync() has less to wait for. A hint: it
+  // promises nothing, and cannot fail.
+  virtual void start_sync();
   // Stamps the file, without making the stamp durable.
   virtual Status set_modification_time(FileTime time) = 0;
   // True for a device that cannot be lengthened; never on Windows.

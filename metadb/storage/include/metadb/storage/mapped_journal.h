@@ -28,6 +28,8 @@ void journal_sync();
 // next sync. Throws error_io when the system refuses, which like a failed flush lasts until a journal is
 // mapped anew.
 void journal_write(std::uint64_t position, std::span<const std::byte> bytes);
+// Has the system begin to write out what journal_write() has written, for a sync that is soon to come.
+void journal_start_sync();
 // Whether a write or a flush of the journal has failed.
 bool journal_has_failed();
 
