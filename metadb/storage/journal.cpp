@@ -206,6 +206,8 @@ void journal_flip(bool write_redirect) {
 
 void sync_apply_and_flip(bool write_redirect) {
   throw_if_journal_unusable();
+  journal_start_sync();
+  running_half_check();       // meanwhile
   journal_sync_if_written();  // J1
   running_half_apply();
   backing_sync();  // J2

@@ -73,33 +73,31 @@ Update read_update(JournalBytes journal, std::uint64_t position, std::uint64_t e
           static_cast<std::uint32_t>(position + format::update_entry::data)};
 }
 
-TransactionExtent measure_transaction(JournalBytes journal, std::uint64_t begin) {
+TransactionExtent check_transaction(JournalBytes journal, std::uint64_t begin) {
   using State = TransactionExtent::State;
-  std::uint64_t position = begin + format::begin_entry::size;
+  security::Crc32 crc;
+  std::uint64_t position = begin;
+  const auto pass = [&](std::uint64_t size) {
+    crc.update(at(journal, position).first(static_cast<std::size_t>(size)));
+    position += size;
+  };
+  pass(format::begin_entry::size);
   while (magic_at(journal, position) == format::update_entry::magic_word) {
     const std::uint64_t size = whole_update_size(journal, position);
     if (size == 0)
       break;
-    position += size;
+    pass(size);
   }
   if (entry_kind(journal, position) != EntryKind::end) {
     log(logging::information, logging::replay, "End of valid update entries in journal.");
     log(logging::information, logging::replay, "End of valid transaction end entries in journal.");
     return {State::no_end, begin, position};
   }
-  return {State::complete, begin, position};
-}
-
-TransactionExtent check_transaction(JournalBytes journal, std::uint64_t begin) {
-  TransactionExtent extent = measure_transaction(journal, begin);
-  if (extent.state != TransactionExtent::State::complete)
-    return extent;
-  const auto covered = at(journal, begin).first(static_cast<std::size_t>(extent.end - begin));
-  if (security::crc32(covered) != bytes::load_u32(at(journal, extent.end), format::end_entry::crc)) {
+  if (crc.value() != bytes::load_u32(at(journal, position), format::end_entry::crc)) {
     log(logging::information, logging::replay, "Invalid CRC in transaction - no more valid entries.");
-    extent.state = TransactionExtent::State::bad_checksum;
+    return {State::bad_checksum, begin, position};
   }
-  return extent;
+  return {State::complete, begin, position};
 }
 
 }  // namespace mdb

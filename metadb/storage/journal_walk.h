@@ -41,10 +41,8 @@ struct TransactionExtent {
   std::uint64_t next() const { return end + format::end_entry::size; }
 };
 
-// Measures the transaction that begins at `begin`, and logs what is wrong with it; the second form looks at
-// its checksum as well, which what was written a moment before does not need.
+// Measures the transaction that begins at `begin` and checks its checksum; logs what is wrong with it.
 // REQUIRES: there is a begin entry. Throws error_range when an entry would begin past the journal's end.
-TransactionExtent measure_transaction(JournalBytes journal, std::uint64_t begin);
 TransactionExtent check_transaction(JournalBytes journal, std::uint64_t begin);
 
 // The update entry at `position` of a transaction that ends at `end`. The journal is a mapped file that

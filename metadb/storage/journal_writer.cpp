@@ -78,7 +78,7 @@ void JournalWriter::enter_other_half() {
   const std::uint64_t first_entry = geometry().first_entry(next);
   check_range(0, format::journal_header_size);
   std::array<std::byte, format::journal_header_size> header;
-  std::ranges::copy(journal_bytes().first(header.size()), header.begin());
+  bytes::copy(journal_bytes().first(header.size()), header);
   format::store_index_pointer(header, next, {serial_ + 1, static_cast<std::uint32_t>(first_entry)});
   journal_write(0, header);
   half_ = next;
@@ -118,8 +118,14 @@ std::span<std::byte> JournalWriter::claim(std::uint64_t size) {
     flush();
   journal_meters::bytes.increment(size);
   if (size > gathered_limit) {
+    forget_gathered();
     position_ += size;
     return checked_range(position_ - size, size);
+  }
+  if (is_flushed_) {
+    gathered_from_ = position_;
+    gathered_bytes_ = 0;
+    is_flushed_ = false;
   }
   if (gathered_bytes_ + size > gathered_.size())
     gathered_.resize(gathered_bytes_ + size);
@@ -129,18 +135,23 @@ std::span<std::byte> JournalWriter::claim(std::uint64_t size) {
   return entry;
 }
 
-void JournalWriter::keep_unwritten(std::span<std::byte> entry, std::size_t from, std::size_t length) const {
-  if (entry.size() > gathered_limit)
-    return;  // it is the journal itself
-  const auto place = static_cast<std::size_t>(position_) - entry.size() + from;
-  std::ranges::copy(journal_bytes().subspan(place, length), entry.subspan(from).begin());
+std::span<const std::byte> JournalWriter::unwritten(std::size_t entry_size, std::size_t from,
+                                                    std::size_t length) const {
+  if (entry_size > gathered_limit)
+    return {};  // the entry is written in place
+  return journal_bytes().subspan(static_cast<std::size_t>(position_) - entry_size + from, length);
 }
 
 void JournalWriter::flush() {
-  if (gathered_bytes_ == 0)
+  if (is_flushed_)
     return;
-  journal_write(gathered_from(), std::span(gathered_).first(gathered_bytes_));
+  journal_write(gathered_from_, std::span(gathered_).first(gathered_bytes_));
+  is_flushed_ = true;
+}
+
+void JournalWriter::forget_gathered() {
   gathered_bytes_ = 0;
+  is_flushed_ = true;
 }
 
 void JournalWriter::look_for_begins(std::span<const std::byte> entries) {
@@ -150,8 +161,9 @@ void JournalWriter::look_for_begins(std::span<const std::byte> entries) {
 
 void JournalWriter::write_begin() {
   const auto entry = claim(format::begin_entry::size);
-  keep_unwritten(entry, format::begin_entry::unwritten,
-                 format::begin_entry::serial - format::begin_entry::unwritten);
+  constexpr std::size_t kept_size = format::begin_entry::serial - format::begin_entry::unwritten;
+  bytes::copy(unwritten(entry.size(), format::begin_entry::unwritten, kept_size),
+              entry.subspan(format::begin_entry::unwritten));
   bytes::store_u32(entry, 0, format::begin_entry::magic_word);
   bytes::store_u64(entry, format::begin_entry::serial, serial_);
 }
@@ -160,12 +172,14 @@ std::uint32_t JournalWriter::write_update(std::span<const std::byte> data, std::
   const std::uint64_t start = position_;
   const auto entry = claim(format::update_entry_size(data.size()));
   const std::size_t data_end = format::update_entry::data + data.size();
-  keep_unwritten(entry, data_end, entry.size() - data_end);
+  const auto padding = unwritten(entry.size(), data_end, entry.size() - data_end);
+  __builtin_prefetch(padding.data());  // nobody has looked there for a whole round of the journal
   bytes::store_u32(entry, 0, format::update_entry::magic_word);
   bytes::store_u32(entry, format::update_entry::length, static_cast<std::uint32_t>(data.size()));
   bytes::store_u64(entry, format::update_entry::target, target);
   bytes::store_u32(entry, format::update_entry::zero, 0);
-  std::ranges::copy(data, entry.begin() + format::update_entry::data);
+  bytes::copy(data, entry.subspan(format::update_entry::data));
+  bytes::copy(padding, entry.subspan(data_end));
   look_for_begins(entry);
   return static_cast<std::uint32_t>(start + format::update_entry::data);
 }
@@ -195,19 +209,23 @@ void JournalWriter::write_redirection() {
 
 void JournalWriter::write_raw(std::span<const std::byte> entries) {
   const auto copy = claim(entries.size());
-  std::ranges::copy(entries, copy.begin());
+  bytes::copy(entries, copy);
   look_for_begins(copy);
 }
 
 void JournalWriter::move_back(std::uint64_t position) {
   if (!journal_has_failed())
     flush();
-  gathered_bytes_ = 0;
+  forget_gathered();
   position_ = position;
 }
 
 void JournalWriter::move_back_and_erase(std::uint64_t position) {
-  gathered_bytes_ = position < gathered_from() ? 0 : static_cast<std::size_t>(position - gathered_from());
+  if (position <= gathered_from_) {
+    forget_gathered();
+  } else {
+    gathered_bytes_ = std::min(gathered_bytes_, static_cast<std::size_t>(position - gathered_from_));
+  }
   if (!journal_has_failed())
     std::ranges::fill(checked_range(position, position_ - position), std::byte{0});
   position_ = position;
@@ -215,8 +233,8 @@ void JournalWriter::move_back_and_erase(std::uint64_t position) {
 
 std::span<const std::byte> JournalWriter::written(std::uint64_t position, std::uint64_t length) const {
   const auto count = static_cast<std::size_t>(length);
-  if (position >= gathered_from())
-    return std::span(gathered_).subspan(static_cast<std::size_t>(position - gathered_from()), count);
+  if (position >= gathered_from_ && position - gathered_from_ + length <= gathered_bytes_)
+    return std::span(gathered_).subspan(static_cast<std::size_t>(position - gathered_from_), count);
   return journal_bytes().subspan(static_cast<std::size_t>(position), count);
 }
 

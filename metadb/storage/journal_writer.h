@@ -48,18 +48,20 @@ class JournalWriter {
   void move_back(std::uint64_t position);
   void move_back_and_erase(std::uint64_t position);
 
-  // Written bytes, all of one entry. Valid until the next write.
+  // Written bytes, all of one entry. Valid until the next write, and until the end of the transaction as what
+  // was written, whatever becomes of the journal.
   std::span<const std::byte> written(std::uint64_t position, std::uint64_t length) const;
   // The entries from `position` to position(), as the journal has them.
   std::span<const std::byte> whole_entries_since(std::uint64_t position);
 
  private:
   std::span<std::byte> claim(std::uint64_t size);
-  // Bytes of the entry claimed last that are not written: what stands in the journal stays.
-  void keep_unwritten(std::span<std::byte> entry, std::size_t from, std::size_t length) const;
+  // Bytes of the entry claimed last that no entry writes: what stands in the journal stays. Empty when the
+  // entry stands there itself.
+  std::span<const std::byte> unwritten(std::size_t entry_size, std::size_t from, std::size_t length) const;
   // Brings what is gathered into the journal.
   void flush();
-  std::uint64_t gathered_from() const { return position_ - gathered_bytes_; }
+  void forget_gathered();
   // Takes note when written bytes could be read as a begin entry.
   void look_for_begins(std::span<const std::byte> entries);
 
@@ -70,9 +72,12 @@ class JournalWriter {
   // looked at while it is written, as it is in the processor's cache then, and the half not again when it is
   // entered.
   std::array<bool, 2> may_hold_stale_begins_ = {true, true};
-  // The bytes before the position that the journal does not hold yet.
+  // The last bytes that were written, and where in the journal they belong. They stay to be looked at, in the
+  // processor's cache as they are, until others are gathered.
   std::vector<std::byte> gathered_;
   std::size_t gathered_bytes_ = 0;
+  std::uint64_t gathered_from_ = 0;
+  bool is_flushed_ = true;  // the journal has them
 };
 
 }  // namespace mdb

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "common/bytes.h"
 #include "common/errors.h"
 
 namespace mdb {
@@ -26,9 +27,8 @@ void overlay_update(std::span<std::byte> buffer, std::uint64_t buffer_offset, st
     throw error_internal("Journal data buffer left start beyond 32 bits");
   if (end <= start)
     throw error_internal("Non-positive overlap during local replay");
-  std::ranges::copy(
-      data.subspan(static_cast<std::size_t>(start - target), static_cast<std::size_t>(end - start)),
-      buffer.begin() + static_cast<std::ptrdiff_t>(start - buffer_offset));
+  bytes::copy(data.subspan(static_cast<std::size_t>(start - target), static_cast<std::size_t>(end - start)),
+              buffer.subspan(static_cast<std::size_t>(start - buffer_offset)));
 }
 
 void throw_incomplete_update() {

@@ -25,8 +25,8 @@ struct RunningHalf {
   std::uint64_t serial = 0;
   std::uint64_t jpos = 0;
   std::uint64_t committed = 0;
-  Cursor cached;
-  Cursor applied;
+  Cursor checked;             // applied, or found fit to be
+  std::uint64_t applied = 0;  // transactions
   UpdateIndex unapplied;
   std::exception_ptr broken;
 };
@@ -38,10 +38,9 @@ RunningHalf half;
   throw error_internal("Stale transaction found in running journal");
 }
 
-// Walks the transactions between the cursor and the last committed one, no entry further. `measure` finds
-// where one ends, and may check it.
+// Walks the transactions between the cursor and the last committed one, no entry further.
 template <typename Visitor>
-Cursor walk(Cursor from, TransactionExtent (*measure)(JournalBytes, std::uint64_t), Visitor visit) {
+Cursor walk(Cursor from, Visitor visit) {
   const JournalBytes journal = journal_bytes();
   std::uint64_t position = half.jpos + from.offset;
   std::uint64_t transactions = from.transactions;
@@ -55,7 +54,7 @@ Cursor walk(Cursor from, TransactionExtent (*measure)(JournalBytes, std::uint64_
     }
     if (kind != EntryKind::begin || begin_serial(journal, position) != serial)
       throw_stale();
-    const TransactionExtent extent = measure(journal, position);
+    const TransactionExtent extent = check_transaction(journal, position);
     if (extent.state != TransactionExtent::State::complete)
       throw_stale();
     for_each_update(journal, extent, visit);
@@ -111,31 +110,30 @@ void running_half_count_commit() {
   half.committed += 1;
 }
 
-void running_half_update_cache() {
+void running_half_take(const UpdateRecord& record, std::span<const std::byte> data) {
   try {
-    half.cached = walk(half.cached, measure_transaction, [](const Update& update) {
-      if (update.data.empty())
-        return;
-      cache_apply_update(update.target, update.data);
-      half.unapplied.add(
-          {update.target, static_cast<std::uint32_t>(update.data.size()), update.data_position});
-    });
+    cache_apply_update(record.target, data);
+    half.unapplied.add(record);
   } catch (...) {
     half.broken = std::current_exception();  // R1 no longer holds
     throw;
   }
 }
 
+void running_half_check() {
+  half.checked = walk(half.checked, check_lies_within_store);
+}
+
 void running_half_apply() {
   running_half_throw_if_broken();
-  if (half.applied.transactions >= half.committed)
+  if (half.applied >= half.committed)
     return;
+  running_half_check();
   journal_sync_if_written();
-  const Cursor applied = walk(half.applied, check_transaction, check_lies_within_store);
   for (const std::uint64_t block : half.unapplied.blocks())
     write_changed_block(block);
-  half.applied = applied;  // R3
-  half.unapplied.clear();  // R2
+  half.applied = half.checked.transactions;  // R3
+  half.unapplied.clear();                    // R2
 }
 
 bool running_half_covers(std::uint32_t block) {

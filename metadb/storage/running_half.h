@@ -11,6 +11,8 @@
 #include <cstdint>
 #include <span>
 
+#include "update_index.h"
+
 namespace mdb {
 
 // Starts an empty half: its serial and where its entries begin.
@@ -19,9 +21,14 @@ void running_half_enter(std::uint64_t serial, std::uint64_t jpos);
 // Counts one more committed transaction.
 void running_half_count_commit();
 
-// The commit-time pass: hands the updates of newly committed transactions to the cache.
-// Throws error_internal "Stale transaction found in running journal"; then the database must be opened anew.
-void running_half_update_cache();
+// The commit-time pass: hands an update of the transaction that has just been committed to the cache. `data`
+// is what its end entry vouches for: whoever wrote it need not look it up in the journal.
+// Throws std::bad_alloc; then the database must be opened anew.
+void running_half_take(const UpdateRecord& record, std::span<const std::byte> data);
+
+// Checks what is committed and not yet applied, as running_half_apply does unless this was called before.
+// Throws error_internal "Stale transaction found in running journal".
+void running_half_check();
 
 // Syncs the journal where needed and writes what is committed and not yet applied into the store, each
 // changed block once, in file order.

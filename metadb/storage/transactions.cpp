@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "common/assertion.h"
+#include "common/bytes.h"
 #include "common/errors.h"
 #include "common/log.h"
 #include "journal_meters.h"
@@ -107,6 +108,15 @@ void move_to_other_half() {
   write_again(updates, begin);
 }
 
+// The commit-time pass over the transaction that has just been committed.
+void hand_over_pending() {
+  struct Emptied {
+    ~Emptied() { transactions.pending.clear(); }
+  } const on_return;
+  for (const UpdateRecord& record : transactions.pending.records())
+    running_half_take(record, writer().written(record.data_position, record.length));
+}
+
 void end_outermost(bool lazy) {
   const std::uint64_t begin = transactions.open.front().begin;
   if (writer().position() == begin + format::begin_entry::size) {
@@ -121,9 +131,8 @@ void end_outermost(bool lazy) {
   running_half_count_commit();
   journal_meters::commits.increment();
   transactions.open.clear();  // T3
-  transactions.pending.clear();
   call(hooks.committed);
-  running_half_update_cache();
+  hand_over_pending();
   sync_and_apply_when_due(!lazy);
 }
 
@@ -236,7 +245,7 @@ void Transaction::end(bool lazy) {
 BlockBuffer read_block_copy(std::uint32_t block) {
   const auto committed = cache_get_block(block);
   BlockBuffer copy(committed.size());
-  std::ranges::copy(committed, copy.bytes().begin());
+  bytes::copy(committed, copy.bytes());
   overlay_pending(copy.bytes(), std::uint64_t{block} * block_size());
   return copy;
 }

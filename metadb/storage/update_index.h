@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <unordered_map>
 #include <vector>
 
@@ -28,6 +29,8 @@ class UpdateIndex {
   void move_data(std::int64_t distance);
 
   std::size_t size() const { return records_.size(); }
+  // In the order in which they were made.
+  std::span<const UpdateRecord> records() const { return records_; }
   // Whether some update overwrites the whole block.
   bool covers(std::uint64_t block) const;
   bool touches(std::uint64_t block) const { return chains_.contains(block); }

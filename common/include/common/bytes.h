@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <span>
 
 namespace bytes {
@@ -41,6 +42,13 @@ inline void store_u32(std::span<std::byte> data, std::size_t offset, std::uint32
 inline void store_u64(std::span<std::byte> data, std::size_t offset, std::uint64_t value) {
   store_u32(data, offset, static_cast<std::uint32_t>(value >> 32));
   store_u32(data, offset + 4, static_cast<std::uint32_t>(value));
+}
+
+// Copies `source` to the front of `target`, in the processor's widest steps.
+// REQUIRES: it fits there, and the two do not overlap.
+inline void copy(std::span<const std::byte> source, std::span<std::byte> target) {
+  if (!source.empty())
+    std::memcpy(target.data(), source.data(), source.size());
 }
 
 }  // namespace bytes
