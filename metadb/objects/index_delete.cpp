@@ -75,7 +75,7 @@ void leaf_delete_at(NodeHandle& leaf, std::uint32_t position, SearchPath& path) 
   if (count > 1) {
     editor.close_gap(position);
     rename_first_key(path, leaf.block, editor.key(0));
-    journal_node(leaf);
+    journal_node(std::move(leaf));
     return;
   }
   internal_delete_child(path, leaf.block);

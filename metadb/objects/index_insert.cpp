@@ -15,13 +15,23 @@ std::uint32_t insert_position(const LeafView& leaf, IndexKey key) {
   return leaf_search_after(leaf, key);
 }
 
-// Inserts into one half of a split leaf, or into a leaf with room, and keeps the separator above in step.
-void insert_and_rename(NodeHandle& leaf, const SearchPath& path, IndexKey key, ObjectReference data) {
+bool comes_first(const NodeHandle& leaf, IndexKey key) {
   const LeafView view(leaf.bytes());
-  const bool is_new_first = view.nkeys() == 0 || key < view.key(0);
-  leaf_insert_simple(leaf, key, data);
-  if (is_new_first)
-    rename_first_key(path, leaf.block, key);
+  return view.nkeys() == 0 || key < view.key(0);
+}
+
+// Inserts into a leaf with room, which is not journalled yet.
+void insert_entry(NodeHandle& leaf, IndexKey key, ObjectReference data) {
+  LeafEditor editor(leaf);
+  const std::uint32_t position = insert_position(editor, key);
+  if (position > 0 && editor.key(position - 1) > key) {
+    throw error_fubar(text::concat("Simple leafnode insertion invariant failed: leafnode key at index ",
+                                   position - 1, " is ", editor.key(position - 1), " which is < ", key,
+                                   ". "));
+  }
+  editor.open_gap(position);
+  editor.set_key(position, key);
+  editor.set_data(position, data);
 }
 
 // Moves the smaller half to a new leaf. T1 holds for both; T3 waits for link_right_half.
@@ -102,31 +112,28 @@ void split_root(NodeHandle& root, const PendingSeparator& pending) {
 }  // namespace
 
 void leaf_insert_simple(NodeHandle& leaf, IndexKey key, ObjectReference data) {
-  LeafEditor editor(leaf);
-  const std::uint32_t position = insert_position(editor, key);
-  if (position > 0 && editor.key(position - 1) > key) {
-    throw error_fubar(text::concat("Simple leafnode insertion invariant failed: leafnode key at index ",
-                                   position - 1, " is ", editor.key(position - 1), " which is < ", key,
-                                   ". "));
-  }
-  editor.open_gap(position);
-  editor.set_key(position, key);
-  editor.set_data(position, data);
+  insert_entry(leaf, key, data);
   journal_node(leaf);
 }
 
 void leaf_insert(NodeHandle& leaf, SearchPath& path, IndexKey key, ObjectReference data) {
   index_check_leaf(leaf);
   const LeafView view(leaf.bytes());
+  const bool is_new_first = comes_first(leaf, key);
   if (view.nkeys() < view.capacity()) {
-    insert_and_rename(leaf, path, key, data);
+    insert_entry(leaf, key, data);
+    journal_node(std::move(leaf));
+    if (is_new_first)
+      rename_first_key(path, leaf.block, key);
     return;
   }
   NodeHandle right = split_leaf(leaf);
   if (LeafView(right.bytes()).key(0) <= key) {
     leaf_insert_simple(right, key, data);
   } else {
-    insert_and_rename(leaf, path, key, data);
+    leaf_insert_simple(leaf, key, data);
+    if (is_new_first)
+      rename_first_key(path, leaf.block, key);
   }
   link_right_half(leaf, right);
   internal_insert(path, LeafView(right.bytes()).key(0), right.block);

@@ -74,6 +74,10 @@ void journal_node(const NodeHandle& node) {
   transaction_update(node.bytes(), std::uint64_t{node.block} * block_size());
 }
 
+void journal_node(NodeHandle&& node) {
+  write_block_copy(node.block, std::move(node.data));
+}
+
 LeafView checked_leaf(std::span<const std::byte> bytes, std::uint32_t block) {
   const LeafView leaf(bytes);
   if (!leaf.has_magic())

@@ -52,7 +52,7 @@ bool is_at_key(const LeafCursor& cursor, IndexKey key) {
 
 void store_data(LeafCursor& cursor, ObjectReference data) {
   LeafEditor(cursor.leaf).set_data(cursor.position, data);
-  journal_node(cursor.leaf);
+  journal_node(std::move(cursor.leaf));
 }
 
 // How the two sides of a leaf complain about its neighbours.

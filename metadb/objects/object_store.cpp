@@ -45,15 +45,11 @@ ObjectReference write_object(Transaction& transaction, ObjectHandle object, cons
   return object.reference();
 }
 
-ObjectHandle handle_on(ObjectReference reference) {
-  return {reference.block, reference.offset, read_block_copy(reference.block)};
-}
-
 ObjectReference store_new_object_alone(std::uint32_t size, RecordWriter& writer) {
-  const ObjectReference reference = object_allocate(size);
+  ObjectHandle object = object_allocate_handle(size);
+  const ObjectReference reference = object.reference();
   std::optional<Transaction> transaction;
   try {
-    ObjectHandle object = handle_on(reference);
     transaction.emplace();
     return write_object(*transaction, std::move(object), nullptr, size, writer);
   } catch (...) {
@@ -85,7 +81,7 @@ ObjectReference object_store(ObjectReference reference, RecordWriter& writer) {
     return store_new_object(size_for(writer), writer);
   const std::uint32_t size = size_for(writer);
   const ObjectHandle old = object_load(reference);
-  ObjectHandle object = handle_on(reference);
+  ObjectHandle object{reference.block, reference.offset, read_block_copy(reference.block)};
   Transaction transaction;
   return write_object(transaction, std::move(object), &old, size, writer);
 }

@@ -120,6 +120,10 @@ ObjectView object_view(ObjectReference reference, BlockBuffer& scratch) {
 }
 
 ObjectReference object_allocate(std::uint32_t size) {
+  return object_allocate_handle(size).reference();
+}
+
+ObjectHandle object_allocate_handle(std::uint32_t size) {
   ObjectHandle handle = alloc_space(0, size);
   if (!item_of(handle).is_placeholder) {
     throw error_internal(text::concat("Allocation code returned object ", handle.block, ":", handle.offset,
@@ -135,7 +139,7 @@ ObjectReference object_allocate(std::uint32_t size) {
       free_unnamed_object(handle.reference());
     throw;
   }
-  return handle.reference();
+  return handle;
 }
 
 void free_unnamed_object(ObjectReference reference) {

@@ -144,6 +144,15 @@ void cache_apply_update(std::uint64_t target, std::span<const std::byte> data) {
   }
 }
 
+void cache_apply_block(std::uint32_t block, BlockBuffer image) {
+  const auto found = cache.table.find(block);
+  if (!found.has_value())
+    return;
+  Entry& entry = cache.entries[*found];
+  entry.version = ++last_version;  // C4
+  entry.buffer = std::move(image);
+}
+
 void cache_clear() {
   cache = {};
 }

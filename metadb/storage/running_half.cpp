@@ -92,6 +92,15 @@ void write_changed_block(std::uint64_t block) {
   write_range(block, start, end);
 }
 
+void note_unapplied(const UpdateRecord& record) {
+  try {
+    half.unapplied.add(record);
+  } catch (...) {
+    half.broken = std::current_exception();  // R2 does not hold
+    throw;
+  }
+}
+
 void check_lies_within_store(const Update& update) {
   if (update.target > backing_size() || update.data.size() > backing_size() - update.target) {
     throw error_range("Write beyond end of object backing store attempted");
@@ -101,9 +110,12 @@ void check_lies_within_store(const Update& update) {
 }  // namespace
 
 void running_half_enter(std::uint64_t serial, std::uint64_t jpos) {
+  UpdateIndex unapplied = std::move(half.unapplied);  // with its room
+  unapplied.clear();
   half = {};
   half.serial = serial;
   half.jpos = jpos;
+  half.unapplied = std::move(unapplied);
 }
 
 void running_half_count_commit() {
@@ -111,13 +123,13 @@ void running_half_count_commit() {
 }
 
 void running_half_take(const UpdateRecord& record, std::span<const std::byte> data) {
-  try {
-    cache_apply_update(record.target, data);
-    half.unapplied.add(record);
-  } catch (...) {
-    half.broken = std::current_exception();  // R1 no longer holds
-    throw;
-  }
+  cache_apply_update(record.target, data);
+  note_unapplied(record);
+}
+
+void running_half_take(const UpdateRecord& record, BlockBuffer image) {
+  cache_apply_block(static_cast<std::uint32_t>(record.target / block_size()), std::move(image));
+  note_unapplied(record);
 }
 
 void running_half_check() {

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <span>
 
+#include "metadb/storage/block_buffer.h"
 #include "update_index.h"
 
 namespace mdb {
@@ -25,6 +26,8 @@ void running_half_count_commit();
 // is what its end entry vouches for: whoever wrote it need not look it up in the journal.
 // Throws std::bad_alloc; then the database must be opened anew.
 void running_half_take(const UpdateRecord& record, std::span<const std::byte> data);
+// The same for an update of a whole block.
+void running_half_take(const UpdateRecord& record, BlockBuffer image);
 
 // Checks what is committed and not yet applied, as running_half_apply does unless this was called before.
 // Throws error_internal "Stale transaction found in running journal".

@@ -33,10 +33,17 @@ struct OpenTransaction {
   std::size_t pending_count;  // updates before it
 };
 
+// The bytes of a pending update of a whole block, for the cache.
+struct BlockImage {
+  std::size_t update;  // its number among the pending ones
+  BlockBuffer bytes;
+};
+
 struct Transactions {
   std::vector<OpenTransaction> open;
   security::Crc32 running_crc;
   UpdateIndex pending;
+  std::vector<BlockImage> images;  // in the order of their updates
 };
 
 Transactions transactions;
@@ -108,13 +115,27 @@ void move_to_other_half() {
   write_again(updates, begin);
 }
 
+void forget_pending_from(std::size_t update) {
+  transactions.pending.truncate(update);
+  while (!transactions.images.empty() && transactions.images.back().update >= update)
+    transactions.images.pop_back();
+}
+
 // The commit-time pass over the transaction that has just been committed.
 void hand_over_pending() {
   struct Emptied {
-    ~Emptied() { transactions.pending.clear(); }
+    ~Emptied() { forget_pending_from(0); }
   } const on_return;
-  for (const UpdateRecord& record : transactions.pending.records())
-    running_half_take(record, writer().written(record.data_position, record.length));
+  const auto records = transactions.pending.records();
+  auto image = transactions.images.begin();
+  for (std::size_t i = 0; i < records.size(); ++i) {
+    if (image != transactions.images.end() && image->update == i) {
+      running_half_take(records[i], std::move(image->bytes));
+      ++image;
+    } else {
+      running_half_take(records[i], writer().written(records[i].data_position, records[i].length));
+    }
+  }
 }
 
 void end_outermost(bool lazy) {
@@ -207,7 +228,7 @@ void transaction_abort() {
   if (journal_is_mapped())
     writer().move_back_and_erase(innermost.begin);  // T4
   transactions.running_crc = innermost.crc;
-  transactions.pending.truncate(innermost.pending_count);
+  forget_pending_from(innermost.pending_count);
   journal_meters::aborts.increment();
   call(hooks.aborted);
 }
@@ -248,6 +269,11 @@ BlockBuffer read_block_copy(std::uint32_t block) {
   bytes::copy(committed, copy.bytes());
   overlay_pending(copy.bytes(), std::uint64_t{block} * block_size());
   return copy;
+}
+
+void write_block_copy(std::uint32_t block, BlockBuffer copy) {
+  transaction_update(copy.bytes(), std::uint64_t{block} * block_size());
+  transactions.images.push_back({transactions.pending.size() - 1, std::move(copy)});
 }
 
 BlockView view_block_version(std::uint32_t block, BlockBuffer& scratch) {

@@ -45,6 +45,8 @@ void UpdateIndex::append_link(std::uint64_t block, std::size_t record) {
 }
 
 void UpdateIndex::truncate(std::size_t count) {
+  if (count == 0)
+    return clear();
   while (!links_.empty() && links_.back().record >= count)
     drop_last_link();
   records_.resize(std::min(count, records_.size()), {});

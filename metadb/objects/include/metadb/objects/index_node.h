@@ -155,6 +155,8 @@ NodeHandle load_neighbor(std::uint32_t block, Side side);
 
 // Journals the whole block. REQUIRES: a transaction is open. Throws what transaction_update throws.
 void journal_node(const NodeHandle& node);
+// The same for a node that is done with; the handle keeps no more than the block's number.
+void journal_node(NodeHandle&& node);
 
 // Checks the magic and that the count fits; throws error_need_repair.
 void index_check_leaf(const NodeHandle& node);

@@ -18,7 +18,8 @@
 
 namespace mdb {
 
-// Inserts after all entries with the key; a full leaf is split. `path` leads to the leaf.
+// Inserts after all entries with the key; a full leaf is split. `path` leads to the leaf, whose handle is of
+// no more use.
 // Throws error_need_repair, error_fubar "Mismatched left/right pairs found", error_dbnospace.
 void leaf_insert(NodeHandle& leaf, SearchPath& path, IndexKey key, ObjectReference data);
 
@@ -34,8 +35,8 @@ void internal_insert(SearchPath& path, IndexKey key, std::uint32_t right_child);
 // Throws error_internal for a position past the keys, error_fubar when the order would break.
 void internal_insert_at(NodeHandle& node, IndexKey key, std::uint32_t right_child, std::uint32_t position);
 
-// Removes one entry; a leaf that becomes empty leaves the tree and its block is freed.
-// Throws error_internal "Cannot delete index " for a position past the entries.
+// Removes one entry; a leaf that becomes empty leaves the tree and its block is freed. The handle is of no
+// more use. Throws error_internal "Cannot delete index " for a position past the entries.
 void leaf_delete_at(NodeHandle& leaf, std::uint32_t position, SearchPath& path);
 
 // Removes the child that the path's bottom element entered, which must be `child_block`, from that node.

@@ -5,41 +5,20 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <span>
-#include <utility>
 
+#include "metadb/storage/block_buffer.h"
 #include "metadb/storage/buffer_cache.h"
 
 namespace mdb {
 
-// A buffer of one block that its holder owns; empty when moved from or never filled.
-class BlockBuffer {
- public:
-  BlockBuffer() = default;
-  // The bytes are not initialised.
-  explicit BlockBuffer(std::size_t size)
-      : data_(std::make_unique_for_overwrite<std::byte[]>(size)), size_(size) {}
-  BlockBuffer(BlockBuffer&& other) noexcept
-      : data_(std::move(other.data_)), size_(std::exchange(other.size_, 0)) {}
-  BlockBuffer& operator=(BlockBuffer&& other) noexcept {
-    data_ = std::move(other.data_);
-    size_ = std::exchange(other.size_, 0);
-    return *this;
-  }
-
-  bool empty() const { return size_ == 0; }
-  std::size_t size() const { return size_; }
-  std::span<std::byte> bytes() { return {data_.get(), size_}; }
-  std::span<const std::byte> bytes() const { return {data_.get(), size_}; }
-
- private:
-  std::unique_ptr<std::byte[]> data_;
-  std::size_t size_ = 0;
-};
-
 // A private copy of the block. Throws what block_read throws.
 BlockBuffer read_block_copy(std::uint32_t block);
+
+// Records that the whole block shall be what `copy` holds, as transaction_update does and with what it
+// throws. The buffer itself becomes the cached block when the transaction is committed. REQUIRES: it is not
+// empty.
+void write_block_copy(std::uint32_t block, BlockBuffer copy);
 
 // The block for looking at only, without a copy where the open transaction has not touched it, else in
 // `scratch`. Valid until the next call that may read or commit a block, and as long as `scratch` is kept.

@@ -14,6 +14,8 @@
 #include <cstdint>
 #include <span>
 
+#include "metadb/storage/block_buffer.h"
+
 namespace mdb {
 
 // Bytes of a block, with a number that tells whether a later view of it shows the same.
@@ -32,6 +34,9 @@ std::span<const std::byte> cache_peek(std::uint32_t block);
 
 // Lays a committed update over every cached block that it touches.
 void cache_apply_update(std::uint64_t target, std::span<const std::byte> data);
+
+// The same for an update of a whole block, which when it is cached is `image` from then on.
+void cache_apply_block(std::uint32_t block, BlockBuffer image);
 
 // Drops every entry.
 void cache_clear();
