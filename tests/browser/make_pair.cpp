@@ -6,7 +6,6 @@
 
 #include "common/errors.h"
 #include "metadb/objects/database.h"
-#include "nodemodel/node_types.h"
 #include "observe.h"
 #include "platform/platform.h"
 #include "small_pair.h"
@@ -15,14 +14,9 @@
 
 namespace {
 
-using dbcache::node_type_t;
-
 constexpr std::uint32_t series_count = 200;
-
 constexpr std::uint32_t first_node = 100;
-constexpr std::uint32_t site_count = 12;
-constexpr std::uint32_t host_count = 300;
-constexpr std::uint32_t node_count = 4'000;
+constexpr std::uint32_t node_end = 4'100;
 
 void make_tsdb(const std::string& path) {
   if (!platform::system().create_new(path).ok())
@@ -33,21 +27,6 @@ void make_tsdb(const std::string& path) {
   tsdb::tsdb_close();
 }
 
-// Sites below the root domain, hosts below sites, checks below hosts.
-void store_node(std::uint32_t i) {
-  const auto [type, parent] = i < site_count ? std::pair(node_type_t::domain, 1u)
-                              : i < host_count
-                                  ? std::pair(node_type_t::host, first_node + i % site_count)
-                                  : std::pair(i % 3 ? node_type_t::agent_check : node_type_t::snmp_check,
-                                              first_node + site_count + i * 7 % (host_count - site_count));
-  const mdb::ObjectReference reference = support::store_node(
-      {}, mdb::PropertyNodeId(0, {0, first_node + i}), mdb::PropertyNodeId(2, {0, parent}),
-      mdb::PropertyEnum<node_type_t>(3, type), mdb::PropertyString(51, "</script> <b>" + std::to_string(i)),
-      mdb::PropertyString(900, std::string(i % 150, 'x')));
-  if (i > host_count && i % 11 == 0)
-    mdb::node_erase(reference);
-}
-
 }  // namespace
 
 int main(int, char** argv) {
@@ -55,7 +34,10 @@ int main(int, char** argv) {
   const support::LogCapture log;
   make_tsdb(directory + "/main.tsdb");
   support::open_nodes(directory + "/main.odb");
-  for (std::uint32_t i = 0; i < node_count; ++i)
-    store_node(i);
+  for (std::uint32_t id = first_node; id < node_end; ++id) {
+    const auto node = support::store_server_node(id, "</script> <b>" + std::to_string(id));
+    if (id % 11 == 0 && id > node_end / 10)
+      mdb::node_erase(node);
+  }
   mdb::mdb_close();
 }

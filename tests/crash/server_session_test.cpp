@@ -13,24 +13,22 @@
 //   QUENOR_CRASH_FROM     the first seed
 //   QUENOR_CRASH_SEED     runs this seed alone
 
-#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <iostream>
-#include <random>
 
-#include "metadb/storage/buffer_cache.h"
-#include "node_database.h"
+#include "server.h"
 
-namespace crash {
 namespace {
 
 using mdb::JournalPlacement;
 using simulation::Kept;
+using support::Server;
 
 struct Shape {
   const char* name;
   std::uint32_t block_size;
+  std::uint32_t index_count;
   std::uint32_t journal_bytes;
   JournalPlacement placement;
   std::uint64_t sessions;  // each with a seed of its own
@@ -38,22 +36,28 @@ struct Shape {
 };
 
 constexpr Shape shapes[] = {
-    {"SmallExternal", 512, 16'384, JournalPlacement::external, 6, 80},
-    {"SmallInternal", 512, 12'288, JournalPlacement::internal, 6, 80},
-    {"Tiny", 256, 6'144, JournalPlacement::external, 6, 80},
-    {"Kilobyte", 1024, 65'536, JournalPlacement::internal, 6, 80},
-    {"Usual", 8192, 524'288, JournalPlacement::external, 2, 80},
-    {"LeastJournal", 8192, 4 << 20, JournalPlacement::external, 1, 40},
-    {"MiddleJournal", 8192, 32 << 20, JournalPlacement::internal, 1, 3},
-    {"LargestJournal", 8192, 128 << 20, JournalPlacement::external, 1, 1},
+    {"SmallExternal", 512, 6, 16'384, JournalPlacement::external, 6, 80},
+    {"SmallInternal", 512, 2, 12'288, JournalPlacement::internal, 6, 80},
+    {"Tiny", 256, 2, 6'144, JournalPlacement::external, 6, 80},
+    {"Kilobyte", 1024, 6, 65'536, JournalPlacement::internal, 6, 80},
+    {"Usual", 8192, 2, 524'288, JournalPlacement::external, 2, 80},
+    {"LeastJournal", 8192, 2, 4 << 20, JournalPlacement::external, 1, 40},
+    {"MiddleJournal", 8192, 2, 32 << 20, JournalPlacement::internal, 1, 2},
+    {"LargestJournal", 8192, 2, 128 << 20, JournalPlacement::external, 1, 1},
 };
 
-class ServerSession : support::Computer {
+class ServerSession : public Server {
  public:
-  ServerSession(const Shape& shape, std::uint64_t seed) : block_size_(shape.block_size), random_(seed) {
+  // With few data blocks, so that it soon has to grow, and few blocks in the cache.
+  ServerSession(const Shape& shape, std::uint64_t seed)
+      : Server({.block_size = shape.block_size,
+                .map_blocks = 2,
+                .data_blocks = 4 + shape.index_count,
+                .journal_bytes = shape.journal_bytes,
+                .journal = shape.placement,
+                .index_count = shape.index_count},
+               seed) {
     mdb::cache_set_limit(64);
-    create_database(sim, shape.block_size, shape.journal_bytes, shape.placement);
-    open_database();
   }
   ~ServerSession() { mdb::cache_set_limit(8192); }
 
@@ -62,150 +66,61 @@ class ServerSession : support::Computer {
     support::LogCapture::take();  // lest the lines pile up
     const bool is_orderly = one_in(8);
     const bool cuts_power = !is_orderly && !one_in(6);
+    if (one_in(2))
+      sim.write_back_mapped_stores(up_to(999));
+    if (cuts_power)
+      sim.inject({.occurrence = 1 + up_to(60), .power_fails = true});
     try {
-      if (one_in(2))
-        sim.write_back_mapped_stores(random_());
-      if (cuts_power)
-        sim.inject({.occurrence = 1 + up_to(60), .power_fails = true});
       for (std::uint32_t rest = 1 + up_to(15); rest > 0; --rest)
-        one_step();
-      if (is_orderly) {
-        mdb::journal_shutdown();
-        mdb::backing_sync();
-        history_ = {history_.back()};
-      }
+        take_some_step(*this);
+      if (is_orderly)
+        shut_down();
     } catch (const error::Exception&) {
       if (!cuts_power)
         throw;
     }
-    drop_databases();
+    support::drop_databases();
     sim.clear_faults();
     const simulation::Policy policy = random_policy();
     if (cuts_power || is_orderly)
       sim.power_cut(policy);
-    expect_sound();
+    support::expect_sound();
     expect_sound_recovery(cuts_power || is_orderly);
-    expect_sound();
-
+    support::expect_sound();
     if (!cuts_power || policy.kept == Kept::everything)
-      history_ = {history_.back()};
-    if (in_doubt_)
-      history_.push_back(*std::exchange(in_doubt_, {}));  // E3
-    State state = stored_state();
-    EXPECT_TRUE(std::ranges::count(history_, state) != 0) << "none of " << history_.size() << " states";
-    history_ = {std::move(state)};
+      note_sync();
+    settle();
   }
-
-  std::uint64_t committed_count() const { return committed_count_; }
 
  private:
-  void change_some_node() {
-    const std::uint32_t id = 1 + up_to(max_id - 1);
-    const std::uint32_t other_id = 1 + up_to(max_id - 1);
-    Node node{up_to(6), std::string(up_to(block_size_ / 6), static_cast<char>('a' + up_to(25)))};
-    if (one_in(10))
-      node.name =
-          "TBEGTBEGTBEGTBEG";  // wherever it comes to lie in the journal, it begins like a transaction
-    if (!working_.contains(id))
-      return store(working_, id, id, node);
-    const std::uint32_t dice = up_to(5);
-    if (dice < 2)
-      return erase(working_, id);
-    if (dice == 2)
-      node.parent = working_[id].parent;
-    if (dice == 3)
-      node.name = working_[id].name;
-    store(working_, id, dice == 4 && !working_.contains(other_id) ? other_id : id, node);
-  }
-
-  // What is thrown by the end itself leaves it open whether the transaction counts.
-  void transaction(bool lazy, bool give_up) {
-    working_ = history_.back();
-    mdb::Transaction outer;
-    for (std::uint32_t rest = 1 + up_to(3); rest > 0; --rest) {
-      const State before = working_;
-      std::optional<mdb::Transaction> nested;
-      if (one_in(5))
-        nested.emplace();
-      change_some_node();
-      if (!nested)
-        continue;
-      if (one_in(2)) {
-        nested->end();
-      } else {
-        working_ = before;  // aborted
-      }
-    }
-    if (give_up)
-      return;
-    in_doubt_ = working_;
-    outer.end(lazy);
-    in_doubt_.reset();
-    committed_count_ += 1;
-    if (!lazy && working_ != history_.back())  // a transaction without updates syncs nothing
-      history_.clear();
-    history_.push_back(working_);
-  }
-
-  void one_step() {
-    const std::uint32_t dice = up_to(19);
-    if (dice == 0)
-      return sim.advance_microseconds(1'000'000);
-    if (dice == 1) {
-      mdb::journal_flip(one_in(2));
-      history_ = {history_.back()};
-      return;
-    }
-    try {
-      transaction(dice < 14, dice == 19);
-    } catch (const mdb::error_transact&) {
-      // The half was too small for this one; it has been taken back.
-    } catch (const mdb::error_internal& error) {
-      if (error.message() != "After journal flip; no space for transend.")
-        throw;
-      in_doubt_.reset();
-    }
-  }
-
   // Opens the database, after a power cut sometimes only after openings that were cut short themselves.
   void expect_sound_recovery(bool after_a_cut) {
-    std::optional<State> expected;
+    std::optional<support::Nodes> expected;
     while (after_a_cut && one_in(3)) {
       if (!expected) {
-        simulation::SimulatedSystem twin(sim);
-        const simulation::Installed use(twin);
-        open_database();
-        expected = stored_state();
-        drop_databases();
+        const support::Computer twin(*this);
+        open();
+        expected = stored();
       }
       sim.inject({.occurrence = 1 + up_to(30), .power_fails = true});
       try {
-        open_database();
+        open();
       } catch (const error::Exception&) {
         // The next one finds what this one left.
       }
-      drop_databases();
+      support::drop_databases();
       sim.clear_faults();
       sim.power_cut(random_policy());
     }
-    open_database();
-    EXPECT_TRUE(!expected || stored_state() == *expected) << "a recovery that was cut leads elsewhere";
+    open();
+    EXPECT_TRUE(!expected || stored() == *expected) << "a recovery that was cut leads elsewhere";
   }
 
-  std::uint32_t up_to(std::uint32_t limit) { return static_cast<std::uint32_t>(random_() % (limit + 1)); }
-  bool one_in(std::uint32_t chances) { return random_() % chances == 0; }
   simulation::Policy random_policy() {
     constexpr Kept kinds[] = {Kept::everything, Kept::nothing, Kept::all_but_one, Kept::random_writes,
                               Kept::random_sectors};
-    return {kinds[up_to(4)], random_()};
+    return {kinds[up_to(4)], up_to(999'999)};
   }
-
-  std::uint32_t block_size_;
-  std::mt19937_64 random_;
-  std::vector<State> history_ = {{}};  // from the last synced state on
-  State working_;                      // as the open transaction sees it
-  std::optional<State> in_doubt_;
-  std::uint64_t committed_count_ = 0;
 };
 
 std::uint64_t environment_number(const char* name, std::uint64_t otherwise) {
@@ -236,4 +151,3 @@ INSTANTIATE_TEST_SUITE_P(Shapes, ServerSessionTest, testing::ValuesIn(shapes),
                          [](const auto& shape) { return shape.param.name; });
 
 }  // namespace
-}  // namespace crash

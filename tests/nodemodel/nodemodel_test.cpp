@@ -1,5 +1,5 @@
-// Nodes: the stored form byte for byte, what damaged records do, and random lives of nodes, which the data
-// blocks and the indexes below them follow.
+// Nodes: the stored form byte for byte, what damaged records do, and random work on nodes, which the data
+// blocks and all indexes below them follow.
 
 #include <gmock/gmock.h>
 
@@ -9,7 +9,7 @@
 #include "nodemodel/node_types.h"
 #include "nodemodel/record_reader.h"
 #include "nodemodel/serialization_cache.h"
-#include "small_pair.h"
+#include "server.h"
 
 namespace mdb_test {
 namespace {
@@ -17,23 +17,21 @@ namespace {
 using mdb::PropertyBool;
 using mdb::PropertyNodeId;
 using mdb::PropertyString;
-using support::store_node;
 using testing::HasSubstr;
 using Number = mdb::PropertySomething32<unsigned, 1>;
 using CheckId = mdb::PropertySomething32<unsigned, 8>;
 using NodeType = mdb::PropertyEnum<dbcache::node_type_t>;
-
-struct NodeMdb : IndexMdb {
-  explicit NodeMdb(std::uint32_t indexes = 2, std::uint32_t size = 512) : IndexMdb(size, 8, indexes) {
-    mdb::node_model_init();
-  }
-};
 
 // Puts a record of these properties into the cache.
 template <typename... Properties>
 void serialize(const Properties&... properties) {
   mdb::clear_cache();
   (mdb::add_property(properties), ...);
+}
+template <typename... Properties>
+ObjectReference store_node(ObjectReference reference, const Properties&... properties) {
+  serialize(properties...);
+  return mdb::node_store(reference);
 }
 
 PropertyNodeId own_id(std::uint32_t number) {
@@ -51,7 +49,7 @@ std::vector<std::uint32_t> words_of_cache() {
 }
 
 TEST(SerializationCache, WritesEveryKindOfEntryIntoExactlyOneBlock) {
-  NodeMdb database(2, 8192);
+  IndexMdb database(8192);
   PropertyString marked(51, std::string("admin\0cut", 9));
   marked.mark = 4;
   serialize(PropertyNodeId(0, {1, 6}), NodeType(3, dbcache::node_type_t::user), marked,
@@ -71,10 +69,12 @@ TEST(SerializationCache, WritesEveryKindOfEntryIntoExactlyOneBlock) {
   }
   EXPECT_EQ(thrown_by([] { serialize(Number(9, 1), PropertyString(51, std::string(8164, 'x'))); }),
             "bigobj: No space in serialization cache for property 51");
+  database.reopen();
+  EXPECT_TRUE(mdb::cache_bytes().empty() && mdb::raw_access_buffer().empty());
 }
 
 TEST(RecordReader, GivesBackWhatWasStoredAndNamesWhatDoesNotFit) {
-  NodeMdb database;
+  IndexMdb database;
   PropertyString name(51, "abcdefg"), text;
   name.mark = 1;
   Number number;
@@ -103,7 +103,7 @@ TEST(RecordReader, GivesBackWhatWasStoredAndNamesWhatDoesNotFit) {
 }
 
 TEST(NodeStore, FailsWholeForAMissingIndexOrATakenId) {
-  NodeMdb database;
+  IndexMdb database;
   const ObjectReference node = store_node({}, own_id(6), parent(1), Number(9, 1));
   const auto expect_no_index = [&](const auto&... properties) {
     const std::string words = "internal: Attempt to insert in non-unique non-existant index";
@@ -117,101 +117,24 @@ TEST(NodeStore, FailsWholeForAMissingIndexOrATakenId) {
   EXPECT_THROW(store_node({}, own_id(6), Number(9, 1)), mdb::error_index_conflict);
 }
 
-// Random lives of nodes against a plain list of their records. That the indexes follow, and the data blocks
-// keep their order, is for the inspection to say.
-class NodeModel : public testing::TestWithParam<std::uint32_t> {
- protected:
-  struct Node {
-    std::uint32_t id = 0;
-    bool is_child = false;
-    Bytes record = {};
-    ObjectReference reference = {};
-  };
+class NodeModel : public testing::TestWithParam<std::uint64_t> {};
 
-  std::uint32_t pick(std::size_t below) { return static_cast<std::uint32_t>(random() % below); }
-
-  void write(Node& node) {
-    serialize(own_id(node.id), PropertyString(51, std::string(pick(pick(8) == 0 ? 340 : 120), 'x')));
-    const std::uint32_t flag = pick(3);
-    if (flag != 0)
-      mdb::add_property(PropertyBool(502, flag == 1));
-    for (const std::uint32_t property : {59u, 3800u, 3901u}) {
-      if (pick(3) != 0)
-        mdb::add_property(PropertyNodeId(property, {0, pick(5)}));
-    }
-    node.is_child = pick(3) != 0;
-    if (node.is_child)
-      mdb::add_property(parent(pick(5)));
-    node.record.assign(mdb::cache_bytes().begin(), mdb::cache_bytes().end());
-    node.reference = mdb::node_store(node.reference);
-  }
-
-  void erase_last() {
-    mdb::node_erase(nodes.back().reference);
-    nodes.pop_back();
-  }
-
-  void step() {
-    const std::uint32_t what = nodes.empty() ? 0 : pick(10);
-    if (what < 4)
-      nodes.push_back({.id = next_id++});
-    else
-      std::swap(nodes[pick(nodes.size())], nodes.back());
-    if (what == 7)
-      nodes.back().id = next_id++;
-    what < 8 ? write(nodes.back()) : erase_last();
-  }
-
-  void aborted_steps() {
-    const auto before = nodes;
-    mdb::Transaction transaction;
-    for (std::uint32_t count = pick(4); count > 0; --count)
-      step();
-    nodes = before;
-  }
-
-  void check() const {
-    expect_sound(true);
-    for (const Node& node : nodes) {
-      EXPECT_EQ(mdb::node_find({0, node.id}), node.reference);
-      EXPECT_TRUE(record_of(node.reference) == node.record) << node.id;
-    }
-    std::ptrdiff_t children = 0;
-    for (std::uint32_t id = 0; id < 5; ++id) {
-      for (mdb::NodeCursor child = mdb::node_children({0, id}); !child.at_end(); child.next())
-        ++children;
-    }
-    EXPECT_EQ(children, std::ranges::count(nodes, true, &Node::is_child));
-    const inspect::Inspection inspection = inspect::inspect_pair(directory, std::nullopt);
-    EXPECT_EQ(inspection.mdb->unnamed_object_count, 0U);
-    EXPECT_EQ(inspection.mdb->indexes[0].entry_count, nodes.size());
-  }
-
-  NodeMdb database{6};
-  std::mt19937 random{GetParam()};
-  std::uint32_t next_id = 1;
-  std::vector<Node> nodes;
-};
-
-TEST_P(NodeModel, StoresWhatTheListSays) {
-  for (int i = 1; i <= 400; ++i) {
-    pick(8) == 0 ? aborted_steps() : step();
-    if (i % 20 == 0)
-      check();
-    if (i % 50 != 0)
+TEST_P(NodeModel, StoresWhatTheRecordSays) {
+  support::Server server({.map_blocks = 8, .index_count = 6}, GetParam());
+  for (int step = 1; step <= 400; ++step) {
+    take_some_step(server);
+    if (step % 20 != 0)
       continue;
-    i % 100 == 0 ? database.reopen() : database.open();  // the latter as after the death of the process
-    EXPECT_TRUE(mdb::cache_bytes().empty() && mdb::raw_access_buffer().empty());
-    mdb::node_model_init();
+    server.read_all();
+    EXPECT_EQ(support::expect_sound().mdb->unnamed_object_count, 0U);
   }
-  while (!nodes.empty())
-    erase_last();
-  expect_sound(true);
-  for (std::uint32_t block = database.data_first() + 6; block < 200; ++block)
-    EXPECT_EQ(mdb::mark_query(block), BlockClass::empty);
+  for (const auto& [id, node] : support::Server::stored())
+    support::store_as_in({}, id, id);
+  const auto classes = support::expect_sound().mdb->class_counts;
+  EXPECT_EQ(classes[std::size_t(BlockClass::used)] + classes[std::size_t(BlockClass::full)], 0U);
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, NodeModel, testing::Range(1u, 5u));
+INSTANTIATE_TEST_SUITE_P(Seeds, NodeModel, testing::Range<std::uint64_t>(1, 5));
 
 }  // namespace
 }  // namespace mdb_test

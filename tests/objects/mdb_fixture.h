@@ -14,13 +14,13 @@
 #include <utility>
 
 #include "common/text.h"
-#include "inspect/inspection.h"
 #include "metadb/objects/allocator.h"
+#include "metadb/objects/index_search.h"
 #include "metadb/objects/indexes.h"
 #include "metadb/objects/objects.h"
 #include "metadb/storage/block_copy.h"
-#include "observe.h"
-#include "small_mdb.h"
+#include "small_pair.h"
+#include "soundness.h"
 
 namespace mdb_test {
 
@@ -30,37 +30,25 @@ using support::LogCapture;
 using support::thrown_by;
 using Key = mdb::IndexKey;
 
-// Creates the database and opens it; at the end it is dropped as by a death of the process. The log is
-// captured meanwhile.
-class TestMdb : public MdbShape {
- public:
+// Creates the database and opens it.
+struct TestMdb : MdbShape, support::Computer {
   explicit TestMdb(const MdbShape& shape = {}) : MdbShape(shape) {
     create_mdb(sim, *this);
     open();
   }
-  ~TestMdb() { mdb::mdb_close(); }
 
   void open() { mdb::mdb_open(mdb_path); }
   void reopen() {
     close_mdb();
     open();
   }
-
-  simulation::SimulatedSystem sim;
-
- private:
-  simulation::Installed installed_{sim};
-  LogCapture log_;
 };
 
-// A database whose indexes have their roots.
+// A database whose indexes have their roots, ready for nodes.
 struct IndexMdb : TestMdb {
-  explicit IndexMdb(std::uint32_t size = 512, std::uint32_t map_size = 8, std::uint32_t indexes = 2)
-      : TestMdb(
-            {.block_size = size, .map_blocks = map_size, .journal_bytes = 1 << 18, .index_count = indexes}) {
-    mdb::index_init();
-    for (std::uint32_t i = 2; i < std::min(indexes, mdb::max_index_count); ++i)
-      mdb::index_create_root(mdb::index_root(i));
+  explicit IndexMdb(std::uint32_t size = 512, std::uint32_t map_size = 8)
+      : TestMdb({.block_size = size, .map_blocks = map_size, .journal_bytes = 1 << 18}) {
+    support::open_nodes(mdb_path);
   }
 };
 
@@ -99,21 +87,6 @@ inline void expect_refusal(const std::function<void()>& call, std::string_view w
   const Bytes before = contents();
   EXPECT_EQ(thrown_by(call), words);
   EXPECT_TRUE(contents() == before) << words;
-}
-
-inline Tree tree_of(std::uint32_t index) {
-  return Tree(contents(), mdb::block_size(), mdb::index_root(index));
-}
-
-// Expects that the inspection finds no damage but, where index entries are made up, that they name nothing.
-inline void expect_sound(bool with_objects) {
-  const inspect::Inspection inspection = inspect::inspect_pair(directory, std::nullopt);
-  for (const inspect::Finding& finding : inspection.report.findings()) {
-    if (with_objects || finding.text.find("expected a live object") == std::string::npos) {
-      EXPECT_EQ(finding.severity, inspect::Severity::note)
-          << finding.place.block.value_or(0) << ":" << finding.place.offset << " " << finding.text;
-    }
-  }
 }
 
 // The lengths of a data block's items: positive of objects, negative of placeholders.

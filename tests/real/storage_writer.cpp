@@ -12,11 +12,7 @@
 #include <span>
 
 #include "common/errors.h"
-#include "metadb/objects/database.h"
-#include "metadb/storage/backing_store.h"
 #include "metadb/storage/journal.h"
-#include "nodemodel/node_lookup.h"
-#include "nodemodel/record_format.h"
 #include "observe.h"
 #include "platform/platform.h"
 #include "small_pair.h"
@@ -24,8 +20,6 @@
 
 namespace real {
 namespace {
-
-namespace property = mdb::property_id;
 
 template <typename... Pieces>
 void say(const Pieces&... pieces) {
@@ -37,26 +31,7 @@ State open(const std::string& directory) {
   const std::string journal = directory + "\\main.odbj";
   const bool is_external = platform::system().open_read_only(journal).ok();
   support::open_nodes(directory + "\\main.odb", is_external ? std::optional(journal) : std::nullopt);
-  State state;
-  for (std::uint32_t id = first_id; id < first_id + id_count; ++id) {
-    if (const auto reference = mdb::node_find({0, id}))
-      state[id] = support::read_node(*reference);
-  }
-  return state;
-}
-
-// Gives the node what the state says of it.
-void change(std::uint32_t id, const State& state) {
-  const auto reference = mdb::node_find({0, id});
-  const auto node = state.find(id);
-  if (node != state.end()) {
-    support::store_node(reference.value_or(mdb::ObjectReference{}),
-                        mdb::PropertyNodeId(property::node_id, {0, id}),
-                        mdb::PropertyNodeId(property::parent_id, {0, node->second.parent}),
-                        mdb::PropertyString(property::name, node->second.name));
-  } else if (reference) {
-    mdb::node_erase(*reference);
-  }
+  return support::stored_nodes(first_id, id_count);
 }
 
 // A single change is left to the transactions of its own.
@@ -64,10 +39,10 @@ void carry_out(const std::set<std::uint32_t>& changed, const State& state, std::
   if (number % 16 == 0)
     mdb::journal_flip(number % 32 == 0);
   if (changed.size() == 1)
-    return change(*changed.begin(), state);
+    return support::store_as_in(state, *changed.begin(), *changed.begin());
   mdb::Transaction transaction;
   for (const std::uint32_t id : changed)
-    change(id, state);
+    support::store_as_in(state, id, id);
   transaction.end(number % 4 != 0);
 }
 
@@ -85,9 +60,7 @@ void work(const std::string& directory, std::uint64_t seed, std::uint64_t first,
       state = before;
     }
   }
-  mdb::journal_shutdown();
-  mdb::backing_sync();
-  mdb::mdb_close();
+  mdb_test::close_mdb();
   say("closed");
 }
 

@@ -4,7 +4,6 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <random>
 #include <set>
 #include <string>
@@ -14,7 +13,7 @@
 
 namespace real {
 
-using State = std::map<std::uint32_t, support::NodeFacts>;  // by the second word of the node's id
+using State = support::Nodes;
 
 inline constexpr std::uint32_t first_id = 1000;  // above the ids that a new database holds
 inline constexpr std::uint32_t id_count = 300;   // so that the store has to grow

@@ -1,5 +1,4 @@
-// The files of a small meta database on a simulated disk, as the libraries make them, and a look at its index
-// trees that does without the code under test.
+// The files of a small meta database on a simulated disk, as the libraries make them.
 
 #pragma once
 
@@ -7,10 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "common/bytes.h"
 #include "metadb/objects/database.h"
-#include "metadb/objects/index_key.h"
-#include "metadb/objects/reference.h"
 #include "metadb/storage/backing_store.h"
 #include "metadb/storage/journal.h"
 #include "metadb/storage/mapped_journal.h"
@@ -73,32 +69,5 @@ inline void create_mdb(simulation::SimulatedSystem& sim, const MdbShape& shape) 
   mdb::journal_format();
   close_mdb();
 }
-
-// An index tree in the bytes of a database.
-struct Tree {
-  struct Entry {
-    std::uint64_t at;  // its place in the bytes
-    mdb::IndexKey key;
-    mdb::ObjectReference data;
-  };
-
-  Tree(const Bytes& mdb, std::uint32_t block_size, std::uint32_t root) {
-    const auto word = [&](std::uint64_t at) { return bytes::load_u32(mdb, at); };
-    std::uint64_t block = root;
-    for (; block != 0 && word(block * block_size) != bytes::magic("LEAF"); ++depth)
-      block = word(block * block_size + 8);
-    for (; block != 0; block = word(block * block_size + 8)) {
-      leaves.push_back(static_cast<std::uint32_t>(block));
-      for (std::uint32_t i = 0; i < word(block * block_size + 12); ++i) {
-        const std::uint64_t at = block * block_size + 16 + 16 * std::uint64_t{i};
-        entries.push_back({at, {word(at), word(at + 4)}, {word(at + 8), word(at + 12)}});
-      }
-    }
-  }
-
-  std::vector<std::uint32_t> leaves;  // by the links to the right
-  std::vector<Entry> entries;
-  std::size_t depth = 0;  // internal levels
-};
 
 }  // namespace mdb_test

@@ -8,6 +8,7 @@
 #include "metadb/objects/objects.h"
 #include "metadb/storage/backing_store.h"
 #include "metadb/storage/mdb_header.h"
+#include "nodemodel/node_lookup.h"
 #include "nodemodel/node_types.h"
 #include "nodemodel/record_format.h"
 #include "nodemodel/record_reader.h"
@@ -55,14 +56,16 @@ void drop_databases() {
   tsdb::tsdb_close();
 }
 
-mdb::ObjectReference store_server_node(std::uint32_t number, const std::string& name,
+mdb::ObjectReference store_server_node(std::uint32_t id, const NodeFacts& node,
                                        mdb::ObjectReference reference) {
   using dbcache::node_type_t;
+  const std::uint32_t number = id + node.parent - id / 10;  // another parent comes with other properties
   mdb::clear_cache();
-  mdb::add_property(mdb::PropertyNodeId(0, {0, number}));
-  mdb::add_property(mdb::PropertyNodeId(2, {0, number / 10}));
-  mdb::add_property(mdb::PropertyEnum<node_type_t>(3, number == 1 ? node_type_t::domain : node_type_t::host));
-  mdb::add_property(mdb::PropertyString(51, name));
+  mdb::add_property(mdb::PropertyNodeId(mdb::property_id::node_id, {0, id}));
+  mdb::add_property(mdb::PropertyNodeId(mdb::property_id::parent_id, {0, node.parent}));
+  mdb::add_property(mdb::PropertyEnum<node_type_t>(mdb::property_id::node_type,
+                                                   id == 1 ? node_type_t::domain : node_type_t::host));
+  mdb::add_property(mdb::PropertyString(mdb::property_id::name, node.name));
   if (mdb::index_root_count() >= mdb::max_index_count) {
     mdb::add_property(mdb::PropertyBool(502, number % 3 == 0));
     mdb::add_property(mdb::PropertySomething32<unsigned, 1>(100, number));
@@ -75,6 +78,40 @@ mdb::ObjectReference store_server_node(std::uint32_t number, const std::string& 
       mdb::add_property(mdb::PropertyNodeId(3901, {3, number}));
   }
   return mdb::node_store(reference);
+}
+
+mdb::ObjectReference store_server_node(std::uint32_t id, const std::string& name,
+                                       mdb::ObjectReference reference) {
+  return store_server_node(id, {id / 10, name}, reference);
+}
+
+void store_as_in(const Nodes& nodes, std::uint32_t id, std::uint32_t from) {
+  const auto reference = mdb::node_find({0, from});
+  if (const auto node = nodes.find(id); node != nodes.end()) {
+    store_server_node(id, node->second, reference.value_or(mdb::ObjectReference{}));
+  } else if (reference) {
+    mdb::node_erase(*reference);
+  }
+}
+
+Nodes stored_nodes(std::uint32_t first_id, std::uint32_t id_count) {
+  Nodes nodes;
+  for (std::uint32_t id = first_id; id < first_id + id_count; ++id) {
+    const auto reference = mdb::node_find({0, id});
+    if (!reference)
+      continue;
+    mdb::BlockBuffer scratch;
+    mdb::for_each_entry(mdb::object_view(*reference, scratch), [&](const mdb::RecordEntry& entry) {
+      if (entry.property_id() == mdb::property_id::parent_id)
+        nodes[id].parent = entry.node_id().k1;
+      if (entry.property_id() == mdb::property_id::name) {
+        mdb::PropertyString name;
+        entry.read_into(name);
+        nodes[id].name = name.value();
+      }
+    });
+  }
+  return nodes;
 }
 
 void make_pair(simulation::SimulatedSystem& sim, const mdb_test::MdbShape& mdb, const TsdbShape& tsdb,
@@ -91,21 +128,6 @@ void make_pair(simulation::SimulatedSystem& sim, const mdb_test::MdbShape& mdb, 
       store_server_node(number, "node " + std::to_string(number));
     mdb_test::close_mdb();
   }
-}
-
-NodeFacts read_node(mdb::ObjectReference reference) {
-  NodeFacts facts;
-  mdb::BlockBuffer scratch;
-  mdb::for_each_entry(mdb::object_view(reference, scratch), [&](const mdb::RecordEntry& entry) {
-    if (entry.property_id() == mdb::property_id::parent_id)
-      facts.parent = entry.node_id().k1;
-    if (entry.property_id() == mdb::property_id::name) {
-      mdb::PropertyString name;
-      entry.read_into(name);
-      facts.name = name.value();
-    }
-  });
-  return facts;
 }
 
 }  // namespace support

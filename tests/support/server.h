@@ -1,0 +1,171 @@
+// A server's work on the nodes of a meta database, beside a record of what the database must hold.
+
+#pragma once
+
+#include <algorithm>
+#include <optional>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "metadb/objects/objects.h"
+#include "metadb/storage/backing_store.h"
+#include "metadb/storage/buffer_cache.h"
+#include "metadb/storage/journal.h"
+#include "nodemodel/node_lookup.h"
+#include "small_pair.h"
+#include "soundness.h"
+
+namespace support {
+
+// A copy goes on in the same way on a computer of its own, once it has opened the database there.
+class Server : public Computer {
+ public:
+  // Leaves the database open.
+  Server(const mdb_test::MdbShape& shape, std::uint64_t seed) : random_(seed), block_size_(shape.block_size) {
+    mdb_test::create_mdb(sim, shape);
+    open();
+  }
+
+  static void open() { open_nodes(mdb_test::mdb_path); }
+
+  std::uint32_t up_to(std::uint32_t limit) { return static_cast<std::uint32_t>(random_() % (limit + 1)); }
+  bool one_in(std::uint32_t chances) { return random_() % chances == 0; }
+
+  // A few random changes of nodes, of which some are taken back again. What is thrown by the end itself
+  // leaves it open whether the transaction counts.
+  void transact(std::uint32_t change_count, bool lazy, bool give_up = false) {
+    try {
+      working_ = history_.back();
+      mdb::Transaction outer;
+      for (; change_count > 0; --change_count) {
+        const Nodes before = working_;
+        std::optional<mdb::Transaction> nested;
+        if (one_in(5))
+          nested.emplace();
+        change_some_node();
+        if (nested && one_in(2)) {
+          nested->end();
+        } else if (nested) {
+          working_ = before;  // aborted
+        }
+      }
+      if (give_up)
+        return;
+      in_doubt_ = working_;
+      outer.end(lazy);
+      in_doubt_.reset();
+      if (!lazy && working_ != history_.back())  // a transaction without updates syncs nothing
+        history_.clear();
+      history_.push_back(working_);
+      committed_count_ += 1;
+    } catch (const mdb::error_transact&) {
+      // The half was too small for this one; it has been taken back.
+    } catch (const mdb::error_internal& error) {
+      if (error.message() != "After journal flip; no space for transend.")
+        throw;
+      in_doubt_.reset();
+    }
+  }
+  void flip(bool write_redirect) {
+    mdb::journal_flip(write_redirect);
+    note_sync();
+  }
+  void sync() {
+    mdb::journal_sync();
+    note_sync();
+  }
+  void shut_down() {
+    mdb_test::close_mdb();
+    note_sync();
+  }
+  void read_all() const {
+    EXPECT_EQ(stored(), history_.back());
+    mdb::BlockBuffer scratch;
+    std::size_t children_count = 0;
+    for (std::uint32_t parent = 0; parent <= max_parent; ++parent) {
+      for (auto child = mdb::node_children({0, parent}); !child.at_end(); child.next(), ++children_count)
+        (void)mdb::object_view(child.reference(), scratch);
+    }
+    EXPECT_EQ(children_count, history_.back().size());
+  }
+
+  static Nodes stored() { return stored_nodes(1, max_id); }
+  std::uint64_t committed_count() const { return committed_count_; }
+
+  // What is synced is all that counts.
+  void note_sync() { history_ = {history_.back()}; }
+  // Expects that the open database holds one of the states that it may be in, and takes it for committed.
+  void settle() {
+    if (in_doubt_)
+      history_.push_back(*std::exchange(in_doubt_, {}));
+    Nodes nodes = stored();
+    EXPECT_TRUE(std::ranges::count(history_, nodes) != 0) << "none of " << history_.size() << " states";
+    history_ = {std::move(nodes)};
+  }
+
+ private:
+  static constexpr std::uint32_t max_id = 40;
+  static constexpr std::uint32_t max_parent = 6;
+
+  void change_some_node() {
+    const std::uint32_t id = 1 + up_to(max_id - 1);
+    const std::uint32_t other_id = 1 + up_to(max_id - 1);
+    NodeFacts node{up_to(max_parent),
+                   std::string(up_to(block_size_ / (one_in(8) ? 2 : 6)), static_cast<char>('a' + up_to(25)))};
+    if (one_in(10))
+      node.name = "TBEGTBEGTBEGTBEG";  // wherever it lies in the journal, it begins like a transaction
+    const auto old = working_.extract(id);
+    const std::uint32_t dice = up_to(5);
+    std::uint32_t changed_id = id;
+    if (old && dice == 2)
+      node.parent = old.mapped().parent;
+    if (old && dice == 3)
+      node.name = old.mapped().name;
+    if (old && dice == 4 && !working_.contains(other_id))
+      changed_id = other_id;
+    if (!old || dice >= 2)
+      working_[changed_id] = node;
+    store_as_in(working_, changed_id, id);
+  }
+
+  std::mt19937_64 random_;
+  std::uint32_t block_size_;
+  std::vector<Nodes> history_ = {{}};  // the committed states, from the last synced one on
+  Nodes working_;                      // as the open transaction sees it
+  std::optional<Nodes> in_doubt_;      // what an end that failed may have committed
+  std::uint64_t committed_count_ = 0;
+};
+
+// What a server does. The first three are the usual things.
+struct ServerStep {
+  const char* name;
+  void (*take)(Server& server);
+};
+inline constexpr ServerStep server_steps[] = {
+    {"Change", [](Server& server) { server.transact(1, true); }},
+    {"Changes", [](Server& server) { server.transact(1 + server.up_to(3), true); }},
+    {"SynchronousEnd", [](Server& server) { server.transact(1 + server.up_to(3), false); }},
+    {"ManyChanges", [](Server& server) { server.transact(12, true); }},
+    {"GivenUp", [](Server& server) { server.transact(1 + server.up_to(3), true, true); }},
+    {"Flip", [](Server& server) { server.flip(false); }},
+    {"FlipWithRedirection", [](Server& server) { server.flip(true); }},
+    {"Sync", [](Server& server) { server.sync(); }},
+    {"Second", [](Server& server) { server.sim.advance_microseconds(1'000'000); }},
+    {"Checkpoint", [](Server&) { mdb::journal_checkpoint(); }},
+    {"Growth", [](Server&) { mdb::backing_grow(60); }},
+    {"Reading", [](Server& server) { server.read_all(); }},
+    {"ShutDown", [](Server& server) { server.shut_down(); }},
+    {"Death", [](Server&) { drop_databases(); }},
+};
+
+// Takes a random one, and opens the database again if need be.
+inline void take_some_step(Server& server) {
+  const std::uint32_t dice = server.up_to(31);
+  server_steps[dice < std::size(server_steps) ? dice : dice % 3].take(server);
+  if (!mdb::backing_is_open())
+    Server::open();
+}
+
+}  // namespace support
