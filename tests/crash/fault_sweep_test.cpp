@@ -22,7 +22,7 @@ using support::ServerStep;
 
 class FaultSweep : public testing::TestWithParam<std::tuple<ServerStep, JournalPlacement, int>> {
  protected:
-  // A server in the midst of its life. It is at rest, and its last second is over.
+  // A server in the midst of its life, at rest.
   struct Life : Server {
     Life()
         : Server({.block_size = 256,
@@ -34,13 +34,15 @@ class FaultSweep : public testing::TestWithParam<std::tuple<ServerStep, JournalP
       for (int i = 0; i < 30; ++i)
         take_some_step(*this);
       sync();
-      sim.advance_microseconds(3'000'000);  // so that the next begin finds something to apply
       support::drop_databases();
     }
 
-    // Takes the step with this disturbance of the calls from its begin on.
+    // Takes the step, behind a change that is not synced, with this disturbance of the calls from its begin
+    // on.
     void take_step(const simulation::Fault& fault) {
       open();
+      transact(2, true);
+      sim.advance_microseconds(3'000'000);  // so that the next begin finds something to apply
       sim.clear_events();
       sim.inject(fault);
       try {
