@@ -7,9 +7,8 @@
 //   T3  A failure is one of the stated exceptions; a later sync makes up for it.
 
 #include <iostream>
-#include <stdexcept>
 
-#include "inspect/inspection.h"
+#include "soundness.h"
 #include "sweep.h"
 #include "timeseries/check_ids.h"
 #include "timeseries/growth.h"
@@ -97,26 +96,12 @@ class TsdbSweep : public TsdbTest, public testing::WithParamInterface<std::uint3
   }
 
   // T1 and T2.
-  static void expect_one_of(const simulation::SimulatedSystem& system, Kinds committed, Kinds in_doubt) {
-    const inspect::Inspection inspection = inspect::inspect_pair("/db", std::nullopt);
-    for (const inspect::Finding& finding : inspection.report.findings())
-      EXPECT_EQ(finding.severity, inspect::Severity::note) << finding.text;
-    const reader::Tsdb tsdb = durable_on(system);
+  static void expect_one_of(const simulation::SimulatedSystem& system, Kinds done, Kinds in_doubt) {
+    support::expect_sound();
     for (const tsdb::ChainTraits& traits : tsdb::chain_traits) {
       SCOPED_TRACE(traits.name);
-      reader::Chain newest;
-      std::uint32_t unreadable = 0;
-      for (std::uint32_t set = 0; set < GetParam(); ++set) {
-        try {
-          reader::Chain chain = tsdb.chain(static_cast<reader::Kind>(traits.kind), set);
-          if (newest.blocks.empty() || chain.timestamp > newest.timestamp)
-            newest = std::move(chain);
-        } catch (const std::runtime_error&) {
-          unreadable += 1;
-        }
-      }
-      EXPECT_LE(unreadable, 1U);
-      EXPECT_TRUE(newest.used == committed[traits.kind] || newest.used == in_doubt[traits.kind]);
+      const Entries found = committed(system, traits.kind, 1).used;
+      EXPECT_TRUE(found == done[traits.kind] || found == in_doubt[traits.kind]);
     }
   }
 
@@ -133,11 +118,10 @@ TEST_P(TsdbSweep, ACutLosesNothingThatASyncHasCommitted) {
     for (const simulation::Policy& policy : crash::every_cut(sim, operation)) {
       SCOPED_TRACE(testing::Message() << "operation " << operation << ", kept "
                                       << static_cast<int>(policy.kept) << ", seed " << policy.seed);
-      simulation::SimulatedSystem cut(sim);
-      const simulation::Installed use(cut);
-      cut.clear_faults();
-      cut.power_cut(policy);
-      expect_committed_or_in_doubt(cut);
+      support::Computer cut(*this);
+      cut.sim.clear_faults();
+      cut.sim.power_cut(policy);
+      expect_committed_or_in_doubt(cut.sim);
       crash_states += 1;
     }
   }

@@ -94,8 +94,8 @@ TEST_F(ChainTest, ACommitRaisesTheTimestampAndAShiftTakesItButNeitherBlockNorCrc
     tsdb::sync_writes();
     tsdb::ChainTableEntry expected = tsdb::chain_table_entry(kind, 1);
     expected.timestamp = std::uint64_t{1} << 32;
-    EXPECT_EQ(committed(kind).timestamp, expected.timestamp);
-    EXPECT_THAT(committed(kind).blocks, ElementsAre(block));
+    EXPECT_EQ(committed(sim, kind).timestamp, expected.timestamp);
+    EXPECT_THAT(committed(sim, kind).blocks, ElementsAre(block));
     EXPECT_EQ(expected.first_block, block + 1);
     shift();
     EXPECT_EQ(tsdb::chain_table_entry(kind, 1), expected);

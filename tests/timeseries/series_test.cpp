@@ -59,7 +59,7 @@ class SeriesTest : public TsdbTest {
         for (const tsdb::Run& run : tsdb::chain_of(traits.kind, set).runs())
           own(run.first_block(), run.block_count());
       }
-      Entries entries = committed(traits.kind).used;
+      Entries entries = committed(sim, traits.kind).used;
       for (auto& [number, level] : entries) {
         if (traits.kind == ChainKind::lblock)
           own(std::exchange(level[0], 1), level[1]);
