@@ -2,79 +2,94 @@
 
 #pragma once
 
+#include <sstream>
+
 #include "common/crc32.h"
 #include "metadb/storage/journal_format.h"
 #include "pair_fixture.h"
 
 namespace inspect_test {
 
-inline std::uint64_t pointer_of(unsigned half) {
-  return 16 + 16 * std::uint64_t{half};
-}
-
 // Begins at the first entry of the half that is read first, with the serial that its pointer has.
 class JournalWriter {
  public:
   explicit JournalWriter(FileBytes& bytes) : journal(bytes), half(serial_of(1) > serial_of(0) ? 1 : 0) {}
 
-  std::uint64_t serial_of(unsigned of_half) const { return bytes::load_u64(journal, pointer_of(of_half)); }
-  std::uint64_t start_of(unsigned of_half) const {
-    return mdb::format::JournalGeometry{journal.size()}.first_entry(of_half);
-  }
+  std::uint64_t serial_of(std::uint64_t of_half) const { return bytes::load_u64(journal, 16 + 16 * of_half); }
 
-  // Goes on in that half, whatever its pointer says.
-  JournalWriter& enter(unsigned other, std::uint64_t other_serial) {
-    half = other;
-    serial = other_serial;
-    position = start_of(half);
-    return *this;
-  }
-  JournalWriter& write_pointer() {
-    write_all(journal, with_crc(pointer_of(half), serial, static_cast<std::uint32_t>(position)));
-    return *this;
-  }
-  JournalWriter& lose_pointer(unsigned of_half) {
-    journal[pointer_of(of_half) + 12] ^= std::byte{1};
-    return *this;
-  }
-
-  JournalWriter& go_on_with(std::uint64_t other_serial) {
-    serial = other_serial;
-    return *this;
-  }
-  JournalWriter& begin() {
-    begin_ = position;
-    return put("TBEG").put(0).put(serial, 8);
-  }
-  JournalWriter& update(std::uint32_t value = 0, std::uint64_t target = some_data, std::uint32_t reserved = 0,
-                        std::uint32_t length = 4) {
-    return put("TUPD").put(length).put(target, 8).put(reserved).put(value);
-  }
-  JournalWriter& end() {
-    return put("TEND").put(security::crc32(std::span(journal).subspan(begin_, position - 4 - begin_)));
-  }
-  JournalWriter& redirect(std::uint64_t target) { return put("TRED").put(target); }
-  JournalWriter& transaction(std::uint32_t value = 0, std::uint64_t target = some_data) {
-    return begin().update(value, target).end();
-  }
-  // Breaks the value of the only update of the transaction that was ended last.
-  JournalWriter& tear() {
-    journal[position - 12] ^= std::byte{1};
-    return *this;
+  // Takes the steps that these words name, with numbers behind colons; see take().
+  void write(const std::string& script) {
+    std::istringstream words(script);
+    for (std::string word; words >> word;) {
+      std::istringstream parts(word);
+      std::string name, number;
+      std::getline(parts, name, ':');
+      std::vector<std::uint64_t> numbers;
+      while (std::getline(parts, number, ':'))
+        numbers.push_back(std::stoull(number));
+      take(name, numbers);
+    }
   }
 
   FileBytes& journal;
-  unsigned half;
+  std::uint64_t half;
   std::uint64_t serial = serial_of(half);
-  std::uint64_t position = start_of(half);
+  std::uint64_t position = start();
 
  private:
-  JournalWriter& put(std::uint64_t value, unsigned size = 4) {
-    write_all(journal, {{position, value, size}});
-    position += size;
-    return *this;
+  std::uint64_t start() const {
+    return mdb::format::JournalGeometry{journal.size()}.first_entry(static_cast<unsigned>(half));
   }
-  JournalWriter& put(const char (&magic)[5]) { return put(bytes::magic(magic)); }
+  struct Field {
+    std::uint64_t value;
+    unsigned size = 4;
+  };
+  void put(std::initializer_list<Field> fields) {
+    for (const auto& [value, size] : fields) {
+      write_all(journal, {{position, value, size}});
+      position += size;
+    }
+  }
+
+  void take(const std::string& name, const std::vector<std::uint64_t>& numbers = {}) {
+    const auto number = [&](std::size_t index, std::uint64_t otherwise = 0) {
+      return index < numbers.size() ? numbers[index] : otherwise;
+    };
+    if (name == "begin") {
+      begin_ = position;
+      put({{bytes::magic("TBEG")}, {0}, {serial, 8}});
+    } else if (name == "update") {  // VALUE:TARGET:RESERVED:LENGTH
+      put({{bytes::magic("TUPD")}, {number(3, 4)}, {number(1, some_data), 8}, {number(2)}, {number(0)}});
+    } else if (name == "end") {
+      const std::uint32_t crc = security::crc32(std::span(journal).subspan(begin_, position - begin_));
+      put({{bytes::magic("TEND")}, {crc}});
+    } else if (name == "transaction") {  // VALUE:TARGET
+      take("begin");
+      take("update", numbers);
+      take("end");
+    } else if (name ==
+               "tear") {  // breaks the value of the only update of the transaction that was ended last
+      journal[position - 12] ^= std::byte{1};
+    } else if (name == "redirect") {
+      put({{bytes::magic("TRED")}, {number(0)}});
+    } else if (name == "serial") {
+      serial = number(0);
+    } else if (name == "enter") {  // HALF:SERIAL, whatever its pointer says
+      half = number(0);
+      serial = number(1);
+      position = start();
+    } else if (name == "pointer") {  // JPOS, or where the next entry would go
+      position = number(0, position);
+      write_all(journal, with_crc(16 + 16 * half, serial, static_cast<std::uint32_t>(position)));
+    } else if (name == "lose") {
+      journal[16 + 16 * number(0) + 12] ^= std::byte{1};
+    } else if (name == "fill") {
+      for (std::uint64_t value = 1; position < journal.size() / 2; ++value)
+        take("transaction", {value});
+    } else {
+      throw std::runtime_error("no such step: " + name);
+    }
+  }
 
   std::uint64_t begin_ = 0;
 };

@@ -65,12 +65,6 @@ std::vector<std::string> lines_of(const inspect::Inspection& inspection, Severit
   return lines;
 }
 
-void expect_sound(const inspect::Inspection& inspection) {
-  EXPECT_EQ(inspection.verdict(), inspect::Verdict::sound);
-  EXPECT_THAT(lines_of(inspection, Severity::damage), testing::IsEmpty());
-  EXPECT_THAT(inspection.unavailable, testing::IsEmpty());
-}
-
 std::string expected(const std::string& name) {
   std::ifstream file(QUENOR_EXPECTED "/" + name, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};

@@ -12,8 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "inspect/inspection.h"
+#include "common/bytes.h"
 #include "small_pair.h"
+#include "soundness.h"
 
 namespace inspect_test {
 
@@ -62,8 +63,6 @@ class Pair : public support::Computer {
 
 // The findings of a severity, as "file block:offset text".
 std::vector<std::string> lines_of(const inspect::Inspection& inspection, Severity severity);
-// Expects nothing but notes.
-void expect_sound(const inspect::Inspection& inspection);
 // What a file beside the tests holds.
 std::string expected(const std::string& name);
 

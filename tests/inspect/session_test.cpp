@@ -3,7 +3,7 @@
 //   = main.odb 3:24=7 ...   words written at BLOCK:OFFSET, "/1" or "/8" behind one of another size
 //   ! main.odb 3:24=7 ...   the same; what --check says, the first lines and the last, and what the opening
 //                           says; then all is as before
-//   & begin update:7 end    entries written into the journal, see `steps`; what --check and --journal say and
+//   & begin update:7 end    entries written into the journal; what --check and --journal say and
 //                           the opening does; then all is as before
 //   - main.odb              the file is gone
 //   + main.odb /copy/a.odb  it is copied
@@ -19,56 +19,6 @@
 
 namespace inspect_test {
 namespace {
-
-using Numbers = std::vector<std::uint64_t>;
-using Step = void (*)(JournalWriter& writer, const Numbers& numbers);
-
-std::uint32_t word(const Numbers& numbers, std::size_t index, std::uint32_t otherwise = 0) {
-  return index < numbers.size() ? static_cast<std::uint32_t>(numbers[index]) : otherwise;
-}
-std::uint64_t target(const Numbers& numbers) {
-  return numbers.size() > 1 ? numbers[1] : some_data;
-}
-
-const std::map<std::string, Step> steps = {
-    {"begin", [](JournalWriter& w, const Numbers&) { w.begin(); }},
-    // VALUE:TARGET:RESERVED:LENGTH
-    {"update",
-     [](JournalWriter& w, const Numbers& n) { w.update(word(n, 0), target(n), word(n, 2), word(n, 3, 4)); }},
-    {"end", [](JournalWriter& w, const Numbers&) { w.end(); }},
-    // VALUE:TARGET
-    {"transaction", [](JournalWriter& w, const Numbers& n) { w.transaction(word(n, 0), target(n)); }},
-    {"tear", [](JournalWriter& w, const Numbers&) { w.tear(); }},
-    {"redirect", [](JournalWriter& w, const Numbers& n) { w.redirect(n[0]); }},
-    {"serial", [](JournalWriter& w, const Numbers& n) { w.serial = n[0]; }},
-    // HALF:SERIAL
-    {"enter", [](JournalWriter& w, const Numbers& n) { w.enter(word(n, 0), n[1]); }},
-    // JPOS, or where the next entry would go
-    {"pointer",
-     [](JournalWriter& w, const Numbers& n) {
-       w.position = word(n, 0, static_cast<std::uint32_t>(w.position));
-       w.write_pointer();
-     }},
-    {"lose", [](JournalWriter& w, const Numbers& n) { w.lose_pointer(word(n, 0)); }},
-    {"fill",
-     [](JournalWriter& w, const Numbers&) {
-       for (std::uint32_t number = 1; w.position < w.journal.size() / 2; ++number)
-         w.transaction(number);
-     }},
-};
-
-void write_entries(FileBytes& journal, std::istream& words) {
-  JournalWriter writer(journal);
-  for (std::string step; words >> step;) {
-    std::istringstream parts(step);
-    std::string name, number;
-    std::getline(parts, name, ':');
-    Numbers numbers;
-    while (std::getline(parts, number, ':'))
-      numbers.push_back(std::stoull(number));
-    steps.at(name)(writer, numbers);
-  }
-}
 
 Writes writes_of(std::istream& words) {
   Writes writes;
@@ -124,7 +74,9 @@ class Session {
         return try_out(word(), [&](FileBytes& file) { write_all(file, writes_of(rest)); });
       case '&':
         is_replayed_ = true;
-        try_out("main.odbj", [&](FileBytes& file) { write_entries(file, rest); });
+        try_out("main.odbj", [&](FileBytes& file) {
+          JournalWriter(file).write({std::istreambuf_iterator<char>(rest), {}});
+        });
         is_replayed_ = false;
         return;
       case '-':
