@@ -2,10 +2,6 @@
 
 #pragma once
 
-#include <sstream>
-
-#include "common/crc32.h"
-#include "metadb/storage/journal_format.h"
 #include "pair_fixture.h"
 
 namespace inspect_test {
@@ -80,7 +76,8 @@ class JournalWriter {
       position = start();
     } else if (name == "pointer") {  // JPOS, or where the next entry would go
       position = number(0, position);
-      write_all(journal, with_crc(16 + 16 * half, serial, static_cast<std::uint32_t>(position)));
+      mdb::format::store_index_pointer(journal, static_cast<unsigned>(half),
+                                       {serial, static_cast<std::uint32_t>(position)});
     } else if (name == "lose") {
       journal[16 + 16 * number(0) + 12] ^= std::byte{1};
     } else if (name == "fill") {

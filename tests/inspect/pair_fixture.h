@@ -4,22 +4,24 @@
 #pragma once
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
+#include <algorithm>
+#include <fstream>
 #include <functional>
-#include <optional>
-#include <span>
+#include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "common/bytes.h"
+#include "common/crc32.h"
+#include "inspect/command_line.h"
+#include "metadb/storage/journal_format.h"
 #include "small_pair.h"
 #include "soundness.h"
 
 namespace inspect_test {
 
-using bytes::load_u32;
-using bytes::store_u32;
 using inspect::Severity;
 using testing::HasSubstr;
 using FileBytes = mdb_test::Bytes;
@@ -34,37 +36,63 @@ struct Write {
 };
 using Writes = std::vector<Write>;
 
-// The words of an entry that a CRC of its first twelve bytes ends.
-Writes with_crc(std::uint64_t at, std::uint64_t first, std::uint32_t second);
 // Lengthens the file as needed.
-void write_all(FileBytes& file, const Writes& writes);
-
-struct Shape {
-  bool internal_journal = false;
-  std::uint32_t nodes = 80;  // without any there are no index roots
-  std::uint32_t map_blocks = 1;
-};
+inline void write_all(FileBytes& file, const Writes& writes) {
+  for (const Write& write : writes) {
+    file.resize(std::max<std::uint64_t>(file.size(), write.at + write.size));
+    for (unsigned i = 0; i < write.size; ++i)
+      file.at(write.at + i) = static_cast<std::byte>(write.value >> 8 * (write.size - 1 - i));
+  }
+}
 
 // The database files of one test, closed unless the test opens them. The journal is empty.
-class Pair : public support::Computer {
- public:
-  explicit Pair(const Shape& wanted = {});
+struct Pair : support::Computer {
+  // Without any nodes there are no index roots.
+  explicit Pair(std::uint32_t nodes = 80, bool internal_journal = false, std::uint32_t map_blocks = 1)
+      : shape{.map_blocks = map_blocks,
+              .data_blocks = 100,
+              .journal = internal_journal ? mdb::JournalPlacement::internal : mdb::JournalPlacement::external,
+              .index_count = mdb::max_index_count} {
+    // Head and lblock chains of two blocks.
+    support::make_pair(sim, shape, {block_size, 128, 3, {200, 10, 40, 10}}, nodes);
+    if (nodes == 0)
+      return;
+    change(shape.is_internal() ? "main.odb" : "main.odbj", [&](FileBytes& bytes) {
+      const std::uint64_t start = shape.is_internal() ? std::uint64_t{shape.header_blocks()} * block_size : 0;
+      const auto journal = std::span(bytes).subspan(start, shape.journal_bytes);
+      std::ranges::fill(journal.subspan(mdb::format::journal_header_size), std::byte{0});
+    });
+  }
 
   static void open_mdb() { support::open_nodes(mdb_test::mdb_path); }
 
   FileBytes file(const std::string& name) const { return sim.contents("/db/" + name); }
-  void change(const std::string& name, const std::function<void(FileBytes&)>& change);
-  void change(const std::string& name, const Writes& writes);
+  void change(const std::string& name, const std::function<void(FileBytes&)>& change) {
+    FileBytes bytes = file(name);
+    change(bytes);
+    sim.set_contents("/db/" + name, bytes);
+  }
 
   static inspect::Inspection inspect() { return inspect::inspect_pair("/db", std::nullopt); }
 
   const mdb_test::MdbShape shape;
 };
 
-// The findings of a severity, as "file block:offset text".
-std::vector<std::string> lines_of(const inspect::Inspection& inspection, Severity severity);
+// The texts of the findings of a severity.
+inline std::vector<std::string> lines_of(const inspect::Inspection& inspection, Severity severity) {
+  std::vector<std::string> lines;
+  for (const inspect::Finding& finding : inspection.report.findings()) {
+    if (finding.severity == severity)
+      lines.push_back(finding.text);
+  }
+  return lines;
+}
+
 // What a file beside the tests holds.
-std::string expected(const std::string& name);
+inline std::string expected(const std::string& name) {
+  std::ifstream file(QUENOR_EXPECTED "/" + name, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
 
 struct Outcome {
   int status;
@@ -72,6 +100,10 @@ struct Outcome {
   std::string err;
 };
 // The program, run in the process of the test.
-Outcome run(const std::vector<const char*>& arguments);
+inline Outcome run(const std::vector<const char*>& arguments) {
+  std::ostringstream out, err;
+  const int status = inspect::run(arguments, out, err);
+  return {status, out.str(), err.str()};
+}
 
 }  // namespace inspect_test

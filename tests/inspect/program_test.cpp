@@ -20,7 +20,7 @@ using testing::Not;
 // A pair with a bit of everything: a value of an unknown type, a marked one, a name that would end the page's
 // script, rings the terminal's bell and is no text, and transactions of several kinds.
 struct StrangePair : Pair {
-  StrangePair() : Pair({.nodes = 10}) {
+  StrangePair() : Pair(10) {
     constexpr std::uint64_t node_10 = 18 * block_size + 324, name = node_10 + 80;
     change("main.odb", [=](FileBytes& file) {
       write_all(file, {{node_10 + 116, 77}, {node_10 + 132, 0x8000'0009}});
@@ -67,7 +67,7 @@ TEST(SoundPair, HasNoFindingsAndIsNotTouched) {
 }
 
 TEST(SoundPair, MayHaveTreesOfSeveralLevels) {
-  Pair pair({.nodes = 1'600, .map_blocks = 4});
+  Pair pair(1'600, false, 4);
   const inspect::IndexFacts tree = Pair::inspect().mdb->indexes[0];
   ASSERT_EQ(tree.nodes.back().depth, 2U);
   // In the page each of its boxes stands over its leaves.
@@ -146,7 +146,7 @@ TEST(Report, KeepsNoMoreFindingsThanTheFilesWarrant) {
     for (std::uint32_t block = pair.shape.data_first(); block < 512; ++block)
       file[pair.shape.map_first() * block_size + block] = std::byte{1};
     for (std::uint64_t at = pair.shape.data_first() * block_size; at < file.size(); at += 4)
-      store_u32(file, at, 4);  // the smallest live object
+      bytes::store_u32(file, at, 4);  // the smallest live object
   });
   const inspect::Inspection inspection = Pair::inspect();
   EXPECT_EQ(inspection.report.findings().size(),

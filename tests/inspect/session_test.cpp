@@ -63,12 +63,11 @@ class Session {
       case '@': {
         pair_.reset();
         const auto nodes = static_cast<std::uint32_t>(std::stoul(word()));
-        pair_ = std::make_unique<Pair>(Shape{.internal_journal = word() == "internal", .nodes = nodes});
+        pair_ = std::make_unique<Pair>(nodes, word() == "internal");
         return pair_->sim.add_directory("/copy");
       }
       case '=': {
-        const std::string name = word();
-        return pair_->change(name, writes_of(rest));
+        return pair_->change(word(), [&](FileBytes& file) { write_all(file, writes_of(rest)); });
       }
       case '!':
         return try_out(word(), [&](FileBytes& file) { write_all(file, writes_of(rest)); });
@@ -118,7 +117,7 @@ class Session {
     }
     if (is_replayed_) {
       FileBytes journal = pair_->file("main.odbj");
-      told += text::concat("opening: leaves ", load_u32(pair_->file("main.odb"), some_data),
+      told += text::concat("opening: leaves ", bytes::load_u32(pair_->file("main.odb"), some_data),
                            ", goes on with serial ", JournalWriter(journal).serial, '\n');
     }
     support::drop_databases();
