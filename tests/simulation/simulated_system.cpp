@@ -207,17 +207,19 @@ std::uint64_t SimulatedSystem::count(Operation operation, std::string_view path_
   return static_cast<std::uint64_t>(std::ranges::count_if(machine_->events, matches));
 }
 
+Status SimulatedSystem::admit(Operation operation, const std::string& name, std::uint32_t otherwise) {
+  const std::uint32_t code = machine_->admit({operation, name}).code;
+  return {code != 0 ? code : otherwise};
+}
+
 Result<std::unique_ptr<platform::File>> SimulatedSystem::open(const std::string& path, Sharing sharing) {
   const std::string name = with_slashes(path);
-  if (const Status failed = admit(Operation::open, name); !failed.ok())
-    return failed;
-  if (machine_->directories.contains(name))
-    return Status{EISDIR};
   const auto found = machine_->names.find(name);
-  if (found == machine_->names.end())
-    return Status{ENOENT};
-  if (sharing != Sharing::all && found->second->is_locked)
-    return Status{EWOULDBLOCK};
+  const bool is_there = found != machine_->names.end();
+  const bool is_refused = is_there && sharing != Sharing::all && found->second->is_locked;
+  const Status status = admit(Operation::open, name, is_refused ? EWOULDBLOCK : is_there ? 0 : ENOENT);
+  if (!status.ok())
+    return status;
   return std::unique_ptr<platform::File>(
       std::make_unique<SimulatedFile>(Handle{machine_, name, found->second}, sharing));
 }
@@ -231,12 +233,11 @@ Result<std::unique_ptr<platform::File>> SimulatedSystem::open_read_only(const st
 
 Result<std::unique_ptr<platform::File>> SimulatedSystem::create_new(const std::string& path) {
   const std::string name = with_slashes(path);
-  if (const Status failed = admit(Operation::create, name); !failed.ok())
-    return failed;
-  if (machine_->names.contains(name) || machine_->directories.contains(name))
-    return Status{EEXIST};
-  if (!machine_->directories.contains(directory_of(name)))
-    return Status{ENOENT};
+  const bool is_there = machine_->names.contains(name) || machine_->directories.contains(name);
+  const bool has_place = machine_->directories.contains(directory_of(name));
+  const Status status = admit(Operation::create, name, is_there ? EEXIST : has_place ? 0 : ENOENT);
+  if (!status.ok())
+    return status;
   const auto stored = std::make_shared<StoredFile>(std::span<const std::byte>());
   machine_->names.emplace(name, stored);
   return std::unique_ptr<platform::File>(
@@ -245,41 +246,32 @@ Result<std::unique_ptr<platform::File>> SimulatedSystem::create_new(const std::s
 
 Status SimulatedSystem::remove(const std::string& path) {
   const std::string name = with_slashes(path);
-  if (const Status failed = admit(Operation::remove, name); !failed.ok())
-    return failed;
-  return machine_->names.erase(name) != 0 ? Status{} : Status{ENOENT};
+  const Status status = admit(Operation::remove, name, machine_->names.contains(name) ? 0 : ENOENT);
+  if (status.ok())
+    machine_->names.erase(name);
+  return status;
 }
 
 Status SimulatedSystem::sync_directory_of(const std::string& path) {
   const std::string name = with_slashes(path);
-  if (const Status failed = admit(Operation::sync_directory, name); !failed.ok())
-    return failed;
-  const std::string directory = directory_of(name);
-  if (!machine_->directories.contains(directory))
-    return Status{ENOENT};
+  const Status status = admit(Operation::sync_directory, name);
   for (const auto& [sibling, file] : machine_->names) {
-    if (directory_of(sibling) == directory)
+    if (status.ok() && directory_of(sibling) == directory_of(name))
       machine_->durable_names.insert_or_assign(sibling, file);
   }
-  return {};
+  return status;
 }
 
 Result<bool> SimulatedSystem::is_directory(const std::string& path) {
   const std::string name = with_slashes(path);
-  if (const Status failed = admit(Operation::query_directory, name); !failed.ok())
-    return failed;
-  if (machine_->directories.contains(name) || machine_->names.contains(name))
-    return machine_->directories.contains(name);
-  return Status{ENOENT};
+  const bool is_one = machine_->directories.contains(name);
+  const Status status = admit(Operation::query_directory, name, is_one || has_file(name) ? 0 : ENOENT);
+  return status.ok() ? Result<bool>(is_one) : status;
 }
 
 Result<std::uint64_t> SimulatedSystem::free_bytes(const std::string& directory) {
-  const std::string name = with_slashes(directory);
-  if (const Status failed = admit(Operation::query_free_bytes, name); !failed.ok())
-    return failed;
-  if (!machine_->directories.contains(name))
-    return Status{ENOENT};
-  return std::uint64_t{machine_->free_bytes};
+  const Status status = admit(Operation::query_free_bytes, with_slashes(directory));
+  return status.ok() ? Result<std::uint64_t>(machine_->free_bytes) : status;
 }
 
 Result<std::string> SimulatedSystem::error_text(std::uint32_t code) {

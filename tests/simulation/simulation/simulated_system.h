@@ -119,9 +119,8 @@ class SimulatedSystem : public platform::System {
   void hold_interrupts(bool hold) override { machine_->interrupts_held = hold; }
 
  private:
-  platform::Status admit(Operation operation, const std::string& path = {}) {
-    return {machine_->admit({operation, path}).code};
-  }
+  // Fails as the faults want, or with the other code unless it is 0.
+  platform::Status admit(Operation operation, const std::string& name = {}, std::uint32_t otherwise = 0);
 
   std::shared_ptr<Machine> machine_;  // shared with the open files
 };
