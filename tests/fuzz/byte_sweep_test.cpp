@@ -25,6 +25,8 @@ using fuzz::Bytes;
 using fuzz::Contents;
 using fuzz::Files;
 using fuzz::Records;
+using mdb_test::journal_path;
+using mdb_test::mdb_path;
 
 std::size_t stride() {
   const char* given = std::getenv("QUENOR_SWEEP_STRIDE");
@@ -49,8 +51,8 @@ bool looks_sound(const Files& files) {
 
 // Calls check(files) with every damaged version of one file.
 template <typename Check>
-void sweep(Files files, Bytes Files::*file, Check check) {
-  Bytes& bytes = files.*file;
+void sweep(Files files, const char* path, Check check) {
+  Bytes& bytes = files.at(path);
   for (std::size_t offset = 0; offset < bytes.size() && !testing::Test::HasFailure(); offset += stride()) {
     const std::byte sound = bytes[offset];
     // One bit flipped, and the two values that are most often mistaken for something else.
@@ -73,8 +75,8 @@ class ByteSweep : public testing::TestWithParam<mdb_test::MdbShape> {
 // The states that a journal cut short at any place leaves.
 std::vector<Records> states_on_the_way(Files files) {
   std::vector<Records> states;
-  for (std::size_t end = files.journal.size() - 8; end >= 48; end -= 8) {
-    std::fill_n(files.journal.begin() + static_cast<std::ptrdiff_t>(end), 8, std::byte{0});
+  for (std::size_t end = files[journal_path].size() - 8; end >= 48; end -= 8) {
+    std::fill_n(files[journal_path].begin() + static_cast<std::ptrdiff_t>(end), 8, std::byte{0});
     Records records = contents_of(files).value().records;
     if (states.empty() || states.back() != records)
       states.push_back(std::move(records));
@@ -83,12 +85,12 @@ std::vector<Records> states_on_the_way(Files files) {
 }
 
 TEST_P(ByteSweep, OfTheJournalMakesNoStateThatNeverWas) {
-  if (files_.journal.empty())
+  if (!files_.contains(journal_path))
     GTEST_SKIP() << "the journal lies in the database";
   const std::vector<Records> states = states_on_the_way(files_);
   ASSERT_GE(states.size(), 2U);
   ASSERT_EQ(contents_of(files_).value().records.size(), fuzz::node_count);
-  sweep(files_, &Files::journal, [&states](const Files& files) {
+  sweep(files_, journal_path, [&states](const Files& files) {
     if (const auto contents = contents_of(files)) {
       EXPECT_TRUE(contents->is_whole);
       EXPECT_NE(std::ranges::find(states, contents->records), states.end());  // W1
@@ -100,8 +102,8 @@ constexpr auto key_of = [](const auto& record) { return record.first; };
 
 TEST_P(ByteSweep, OfTheDatabaseIsFoundOutOrHarmless) {
   const Records sound = contents_of(files_).value().records;
-  const std::size_t most_missing = files_.journal.empty() ? fuzz::unapplied_nodes : 0;
-  sweep(files_, &Files::mdb, [&](const Files& files) {
+  const std::size_t most_missing = !files_.contains(journal_path) ? fuzz::unapplied_nodes : 0;
+  sweep(files_, mdb_path, [&](const Files& files) {
     const std::optional<Contents> contents = contents_of(files);
     if (!looks_sound(files))
       return;
@@ -117,7 +119,7 @@ INSTANTIATE_TEST_SUITE_P(Shapes, ByteSweep, testing::ValuesIn(fuzz::shapes),
 
 TEST(ByteSweepOfTheTimeSeries, EndsWithAVerdict) {
   int damaged_count = 0;
-  sweep(fuzz::make_files(fuzz::shapes[0]), &Files::tsdb,
+  sweep(fuzz::make_files(fuzz::shapes[0]), support::tsdb_path,
         [&](const Files& files) { damaged_count += looks_sound(files) ? 0 : 1; });
   EXPECT_GT(damaged_count, 0);
 }

@@ -67,11 +67,8 @@ void read_index(std::uint32_t index, Contents& contents) {
 
 Computer::Computer(const Files& files) {
   sim.set_free_bytes(256 << 10);
-  for (const auto& [path, bytes] : std::initializer_list<std::pair<const char*, const Bytes&>>{
-           {support::tsdb_path, files.tsdb}, {mdb_path, files.mdb}, {journal_path, files.journal}}) {
-    if (!bytes.empty())
-      sim.add_file(path, bytes);
-  }
+  for (const auto& [path, bytes] : files)
+    sim.add_file(path, bytes);
 }
 
 Files make_files(const mdb_test::MdbShape& shape) {
@@ -81,14 +78,12 @@ Files make_files(const mdb_test::MdbShape& shape) {
   for (std::uint32_t number = node_count - unapplied_nodes + 1; number <= node_count; ++number)
     support::store_server_node(number, "node " + std::to_string(number));
   support::drop_databases();
-  return {computer.sim.contents(support::tsdb_path), computer.sim.contents(mdb_path),
-          shape.is_internal() ? Bytes{} : computer.sim.contents(journal_path)};
-}
-
-Bytes make_empty_journal() {
-  Computer computer;
-  mdb_test::create_mdb(computer.sim, shapes[0]);
-  return computer.sim.contents(journal_path);
+  Files files;
+  for (const char* path : {support::tsdb_path, mdb_path, journal_path}) {
+    if (computer.sim.has_file(path))
+      files[path] = computer.sim.contents(path);
+  }
+  return files;
 }
 
 void open_database() {

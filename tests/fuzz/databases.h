@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <string>
 #include <vector>
 
 #include "metadb/objects/index_key.h"
@@ -23,13 +24,9 @@ inline constexpr std::array<mdb_test::MdbShape, 3> shapes = {{
     {.block_size = 256, .journal_bytes = 16'384, .index_count = 6},
 }};
 
-struct Files {
-  Bytes tsdb;
-  Bytes mdb;
-  Bytes journal;  // empty when it lies in the MDB
-};
+using Files = std::map<std::string, Bytes>;  // by path
 
-// Has these files in /db, but for the empty ones.
+// Has these files.
 struct Computer : support::Computer {
   explicit Computer(const Files& files = {});
 };
@@ -38,9 +35,6 @@ struct Computer : support::Computer {
 inline constexpr std::uint32_t node_count = 14;
 inline constexpr std::uint32_t unapplied_nodes = 3;
 Files make_files(const mdb_test::MdbShape& shape);
-
-// A journal in which nothing was ever written.
-Bytes make_empty_journal();
 
 using Records = std::map<mdb::IndexKey, Bytes>;
 struct Contents {

@@ -1,10 +1,14 @@
 // One of the targets, as the fuzzer calls it.
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <random>
+#include <string>
 #include <string_view>
 
 #include "common/bytes.h"
+#include "common/crc32.h"
 #include "targets.h"
 
 extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t max_size);
@@ -30,6 +34,20 @@ void set_some_word(std::span<std::byte> file, std::minstd_rand& random) {
 }
 
 }  // namespace
+
+// Puts the first inputs into the corpus, the same always under the same name.
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
+  const std::filesystem::path corpus = (*argv)[*argc - 1];
+  if (!std::filesystem::is_directory(corpus))
+    return 0;
+  for (const fuzz::Bytes& input : target.first_inputs()) {
+    std::ofstream file(corpus / ("seed-" + std::to_string(security::crc32(input))), std::ios::binary);
+    file.exceptions(std::ios::badbit | std::ios::failbit);
+    for (const std::byte byte : input)
+      file.put(static_cast<char>(byte));
+  }
+  return 0;
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const auto input = std::as_bytes(std::span(data, size));

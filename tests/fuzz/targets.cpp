@@ -58,46 +58,47 @@ void fit_tsdb(std::span<std::byte> file) {
   }
 }
 
-// ---- A meta database. When its header asks for an external journal it gets an empty one. ----
-
-void try_mdb(const Bytes& input) {
-  static const Bytes journal = make_empty_journal();
-  const Computer computer({{}, input, journal});
-  use_database();
-}
-
-std::vector<Bytes> some_mdbs() {
-  std::vector<Bytes> inputs;
-  for (const mdb_test::MdbShape& shape : shapes)
-    inputs.push_back(make_files(shape).mdb);
-  return inputs;
-}
-
-// ---- The journal of a sound meta database ----
-
-void try_journal(const Bytes& input) {
-  static const Bytes mdb = make_files(shapes[0]).mdb;
-  const Computer computer({{}, mdb, input});
-  use_database();
-}
-
-std::vector<Bytes> some_journals() {
-  return {make_empty_journal(), make_files(shapes[0]).journal, make_files(shapes[2]).journal};
-}
-
-// ---- One file of a sound pair, and a byte that names it: the inspection shows all there is ----
+// ---- One file of a sound pair, and a byte that names it ----
 
 constexpr struct {
   std::size_t shape;
-  Bytes Files::*file;
+  const char* path;
   void (*fit)(std::span<std::byte> file);
-} inspected_files[] = {{0, &Files::tsdb, fit_tsdb},
-                       {0, &Files::mdb, fit_mdb},
-                       {0, &Files::journal, fit_journal},
-                       {1, &Files::mdb, fit_mdb}};
+} fed_files[] = {{0, support::tsdb_path, fit_tsdb},        {0, mdb_test::mdb_path, fit_mdb},
+                 {1, mdb_test::mdb_path, fit_mdb},         {2, mdb_test::mdb_path, fit_mdb},
+                 {0, mdb_test::journal_path, fit_journal}, {2, mdb_test::journal_path, fit_journal}};
 
-const auto& inspected_file(std::byte name) {
-  return inspected_files[std::to_integer<std::size_t>(name) % std::size(inspected_files)];
+const auto& fed_file(std::byte name) {
+  return fed_files[std::to_integer<std::size_t>(name) % std::size(fed_files)];
+}
+
+Files pair_with(const Bytes& input) {
+  static const Files pairs[] = {make_files(shapes[0]), make_files(shapes[1]), make_files(shapes[2])};
+  const auto& [shape, path, fit] = fed_file(input.back());
+  Files files = pairs[shape];
+  files[path] = Bytes(input.begin(), input.end() - 1);
+  return files;
+}
+
+void fit_file(std::span<std::byte> input) {
+  fed_file(input.back()).fit(input.first(input.size() - 1));
+}
+
+// Those from number `first` to number `last`.
+template <std::size_t first, std::size_t last>
+std::vector<Bytes> sound_files() {
+  std::vector<Bytes> inputs;
+  for (std::size_t number = first; number <= last; ++number) {
+    const auto& [shape, path, fit] = fed_files[number];
+    inputs.push_back(make_files(shapes[shape])[path]);
+    inputs.back().push_back(static_cast<std::byte>(number));
+  }
+  return inputs;
+}
+
+void try_opening(const Bytes& input) {
+  const Computer computer(pair_with(input));
+  use_database();
 }
 
 std::string shown(const std::vector<const char*>& words) {
@@ -107,29 +108,12 @@ std::string shown(const std::vector<const char*>& words) {
 }
 
 void try_inspection(const Bytes& input) {
-  static const Files pairs[] = {make_files(shapes[0]), make_files(shapes[1])};
-  const auto& [shape, file, fit] = inspected_file(input.back());
-  Files files = pairs[shape];
-  files.*file = Bytes(input.begin(), input.end() - 1);
-  const Computer computer(files);
+  const Computer computer(pair_with(input));
   shown({"--journal", "--check", "--nodes", "--chains", "--indexes", "/db"});
   shown({"--report", "-", "/db"});
   if (!nlohmann::json::accept(
           shown({"--journal", "--check", "--nodes", "--chains", "--indexes", "--json", "/db"})))
     std::abort();
-}
-
-void fit_inspection(std::span<std::byte> input) {
-  inspected_file(input.back()).fit(input.first(input.size() - 1));
-}
-
-std::vector<Bytes> some_inspections() {
-  std::vector<Bytes> inputs;
-  for (const auto& [shape, file, fit] : inspected_files) {
-    inputs.push_back(make_files(shapes[shape]).*file);
-    inputs.back().push_back(static_cast<std::byte>(inputs.size() - 1));
-  }
-  return inputs;
 }
 
 // ---- What a user types: a line with the words of the command line, and the answers. A line that begins with
@@ -191,9 +175,9 @@ std::vector<Bytes> some_typing() {
 
 }  // namespace
 
-const Target targets[4] = {{"mdb", try_mdb, fit_mdb, some_mdbs},
-                           {"journal", try_journal, fit_journal, some_journals},
-                           {"inspect", try_inspection, fit_inspection, some_inspections},
+const Target targets[4] = {{"mdb", try_opening, fit_file, sound_files<1, 3>},
+                           {"journal", try_opening, fit_file, sound_files<4, 5>},
+                           {"inspect", try_inspection, fit_file, sound_files<0, 5>},
                            {"input", try_typing, nullptr, some_typing}};
 
 }  // namespace fuzz
