@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # The report's page in a browser: it renders without an error, and shows what the JSON views say.
-#   report_test.sh CREATEDB DBINFO MAKE_PAIR    (the programs; MAKE_PAIR fills a new pair with nodes and series)
+#   report_test.sh CREATEDB DBINFO STORAGE_WRITER    (the programs)
 set -euo pipefail
-readonly createdb=$1 dbinfo=$2 make_pair=$3
+readonly createdb=$1 dbinfo=$2 writer=$3
 here=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")" && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -54,7 +54,7 @@ for pair in small filled; do
 done
 check_page "$work/small"
 rm "$work/filled/main.tsdb"
-"$make_pair" "$work/filled"
+"$writer" fill "$work/filled"
 check_page "$work/filled"
 # Eight million blocks, most of them a hole in the file: the page does not grow with them.
 truncate --size 8G "$work/filled/main.tsdb"

@@ -3,6 +3,8 @@
 //   storage_writer work DIRECTORY SEED FIRST COUNT   the transactions from number FIRST on, then the
 //                                                    orderly end
 //   storage_writer list DIRECTORY                    the nodes that the meta database holds
+//   storage_writer fill DIRECTORY                    what a small server has: thousands of nodes, a new
+//   main.tsdb
 //
 // `work` says "open", "done NUMBER" after each transaction, or "failed NUMBER REASON", and "closed". Every
 // line is one write to standard output, so that the death of the process takes back nothing that was said.
@@ -16,6 +18,7 @@
 #include "observe.h"
 #include "platform/platform.h"
 #include "small_pair.h"
+#include "timeseries/levels.h"
 #include "workload.h"
 
 namespace real {
@@ -64,11 +67,29 @@ void work(const std::string& directory, std::uint64_t seed, std::uint64_t first,
   say("closed");
 }
 
+void fill(const std::string& directory) {
+  open(directory);
+  for (std::uint32_t id = 100; id < 4'100; ++id) {
+    const auto node = support::store_server_node(id, "</script> <b>" + std::to_string(id));
+    if (id > 500 && id % 11 == 0)
+      mdb::node_erase(node);
+  }
+  const std::string tsdb = directory + "/main.tsdb";
+  if (!platform::system().create_new(tsdb).ok())
+    throw tsdb::error_internal("No new file at " + tsdb);
+  support::create_tsdb(tsdb, {1'024, 20'000, 5, {100, 100, 100, 100}});
+  for (std::uint32_t i = 0; i < 200; ++i)
+    tsdb::allocate_described_ts({.datatype = 1 + i % 4, .levels = {{500 + 7 * i, 1}, {100, 2}, {20, 3}}});
+  support::drop_databases();
+}
+
 void run(std::span<char*> words) {
   const std::string mode = words[1];
   const std::string directory = words[2];
   if (mode == "work") {
     work(directory, std::stoull(words[3]), std::stoull(words[4]), std::stoull(words[5]));
+  } else if (mode == "fill") {
+    fill(directory);
   } else {
     std::cout << describe(open(directory));
   }
