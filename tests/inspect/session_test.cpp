@@ -9,9 +9,7 @@
 //   + main.odb /copy/a.odb  it is copied
 //   $ --check /db           a run, and its status
 
-#include <fstream>
 #include <iterator>
-#include <map>
 #include <memory>
 #include <sstream>
 
@@ -70,14 +68,11 @@ class Session {
         return pair_->change(word(), [&](FileBytes& file) { write_all(file, writes_of(rest)); });
       }
       case '!':
-        return try_out(word(), [&](FileBytes& file) { write_all(file, writes_of(rest)); });
+        return try_out(word(), false, [&](FileBytes& file) { write_all(file, writes_of(rest)); });
       case '&':
-        is_replayed_ = true;
-        try_out("main.odbj", [&](FileBytes& file) {
+        return try_out("main.odbj", true, [&](FileBytes& file) {
           JournalWriter(file).write({std::istreambuf_iterator<char>(rest), {}});
         });
-        is_replayed_ = false;
-        return;
       case '-':
         return pair_->sim.remove_file("/db/" + word());
       case '+': {
@@ -91,37 +86,26 @@ class Session {
     }
   }
 
-  // Shows the journal as well when it is the entries that are tried.
-  void try_out(const std::string& name, const std::function<void(FileBytes&)>& change) {
-    std::map<std::string, FileBytes> before;
-    for (const std::string& file : {name, std::string("main.odb"), std::string("main.odbj")}) {
-      if (pair_->sim.has_file("/db/" + file))
-        before[file] = pair_->file(file);
-    }
-    pair_->change(name, change);
+  // On a copy of the pair. Shows the journal as well when it is the entries that are tried.
+  void try_out(const std::string& name, bool with_journal, const std::function<void(FileBytes&)>& change) {
+    Pair pair(*pair_);
+    pair.change(name, change);
     told_ += shortened(run({"--check", "/db"}).out);
-    if (is_replayed_)
+    if (with_journal)
       told_ += shortened(run({"--journal", "/db"}).out);
-    told_ += opening();
-    for (const auto& [file, bytes] : before)
-      pair_->sim.set_contents("/db/" + file, bytes);
-  }
-
-  std::string opening() {
     support::LogCapture::take();
     const std::string thrown = support::thrown_by(Pair::open_mdb);
-    std::string told = thrown != "nothing" ? "opening: " + thrown + '\n' : "";
+    if (thrown != "nothing")
+      told_ += "opening: " + thrown + '\n';
     for (const std::string& logged : support::LogCapture::take()) {
-      if (logged.starts_with(severe) || (is_replayed_ && logged.starts_with(replay)))
-        told += "log: " + logged + '\n';
+      if (logged.starts_with(severe) || (with_journal && logged.starts_with(replay)))
+        told_ += "log: " + logged + '\n';
     }
-    if (is_replayed_) {
-      FileBytes journal = pair_->file("main.odbj");
-      told += text::concat("opening: leaves ", bytes::load_u32(pair_->file("main.odb"), some_data),
-                           ", goes on with serial ", JournalWriter(journal).serial, '\n');
+    if (with_journal) {
+      FileBytes journal = pair.file("main.odbj");
+      told_ += text::concat("opening: leaves ", bytes::load_u32(pair.file("main.odb"), some_data),
+                            ", goes on with serial ", JournalWriter(journal).serial, '\n');
     }
-    support::drop_databases();
-    return told;
   }
 
   void run_program(const std::vector<std::string>& words) {
@@ -136,7 +120,6 @@ class Session {
   const std::string replay = text::concat(logging::information, " ", logging::replay, " ");
   std::unique_ptr<Pair> pair_;
   std::string told_;
-  bool is_replayed_ = false;
 };
 
 TEST(Sessions, GoAsTold) {
