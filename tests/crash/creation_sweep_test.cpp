@@ -46,15 +46,11 @@ class CreationSweep : public testing::TestWithParam<Mode> {
  protected:
   using Files = std::vector<std::optional<std::vector<std::byte>>>;
 
-  struct Computer : SimulatedSystem {
-    explicit Computer(std::uint64_t room = 1U << 26) {
-      add_directory("/db");
-      set_free_bytes(room);
-    }
+  struct Computer : support::Computer {
+    explicit Computer(std::uint64_t room = 1U << 26) { sim.set_free_bytes(room); }
   };
 
-  static support::ToolRun run(SimulatedSystem& computer) {
-    const simulation::Installed use(computer);
+  static support::ToolRun run() {
     support::ToolRun outcome = support::run_tool(GetParam().options, GetParam().answers);
     support::drop_databases();
     return outcome;
@@ -95,12 +91,9 @@ class CreationSweep : public testing::TestWithParam<Mode> {
   // R3, after the inspection has looked at what is there.
   void expect_not_taken_for_whole(SimulatedSystem& computer) const {
     computer.clear_faults();
-    {
-      const simulation::Installed use(computer);
-      (void)inspect::inspect_pair("/db", std::nullopt);
-    }
+    (void)inspect::inspect_pair("/db", std::nullopt);
     const Files left = files_of(computer);
-    const support::ToolRun next = run(computer);
+    const support::ToolRun next = run();
     const Files now = files_of(computer);
     if (next.status == 0)
       return expect_as_undisturbed(computer);
@@ -111,7 +104,7 @@ class CreationSweep : public testing::TestWithParam<Mode> {
 
   // Returns whether the run has failed, as it should then.
   bool fails_with_a_message(SimulatedSystem& computer) const {
-    const support::ToolRun outcome = run(computer);
+    const support::ToolRun outcome = run();
     if (outcome.status == 0) {
       expect_as_undisturbed(computer);
       return false;
@@ -127,23 +120,24 @@ class CreationSweep : public testing::TestWithParam<Mode> {
   void disturb(std::uint64_t operation) {
     SCOPED_TRACE(testing::Message() << "operation " << operation);
     Computer computer;
-    computer.inject({.occurrence = operation,
-                     .lasting = operation % 3 == 1,
-                     .transfer_limit = operation % 3 == 2 ? std::optional<std::size_t>(100) : std::nullopt});
-    if (fails_with_a_message(computer))
-      expect_not_taken_for_whole(computer);
+    computer.sim.inject(
+        {.occurrence = operation,
+         .lasting = operation % 3 == 1,
+         .transfer_limit = operation % 3 == 2 ? std::optional<std::size_t>(100) : std::nullopt});
+    if (fails_with_a_message(computer.sim))
+      expect_not_taken_for_whole(computer.sim);
 
     Computer dark;
-    dark.inject({.occurrence = operation, .power_fails = true});
-    if (!fails_with_a_message(dark))
+    dark.sim.inject({.occurrence = operation, .power_fails = true});
+    if (!fails_with_a_message(dark.sim))
       return;
     constexpr Kept others[] = {Kept::all_but_one, Kept::random_sectors, Kept::random_writes,
                                Kept::everything};
     for (const Kept kept : {Kept::nothing, others[operation % std::size(others)]}) {
       SCOPED_TRACE(testing::Message() << "power cut, kept " << static_cast<int>(kept));
-      SimulatedSystem cut(dark);
-      cut.power_cut({kept, operation});
-      expect_not_taken_for_whole(cut);
+      Computer cut(dark);
+      cut.sim.power_cut({kept, operation});
+      expect_not_taken_for_whole(cut.sim);
       crash_states_ += 1;
     }
   }
@@ -154,18 +148,18 @@ class CreationSweep : public testing::TestWithParam<Mode> {
 
 TEST_P(CreationSweep, EndsWholeOrWithAMessageWhicheverOperationFails) {
   Computer undisturbed;
-  ASSERT_EQ(run(undisturbed).status, 0);
-  whole_ = files_of(undisturbed);
-  expect_as_undisturbed(undisturbed);
-  const std::vector<std::uint64_t> operations = chosen_operations(undisturbed);
+  ASSERT_EQ(run().status, 0);
+  whole_ = files_of(undisturbed.sim);
+  expect_as_undisturbed(undisturbed.sim);
+  const std::vector<std::uint64_t> operations = chosen_operations(undisturbed.sim);
   const std::size_t step = std::getenv("QUENOR_SWEEP_STRIDE") != nullptr ? 1 : GetParam().step;
   for (std::size_t i = 0; i < operations.size() && !HasFailure(); i += step)
     disturb(operations[i]);
   for (std::uint64_t room = 0; room < (26U << 20) && !HasFailure(); room += (1U << 21) - 1'000) {
     SCOPED_TRACE(testing::Message() << room << " bytes on the disk");
     Computer computer(room);
-    if (fails_with_a_message(computer))
-      expect_not_taken_for_whole(computer);
+    if (fails_with_a_message(computer.sim))
+      expect_not_taken_for_whole(computer.sim);
   }
   std::cout << crash_states_ << " crash states\n";
 }

@@ -7,7 +7,6 @@
 #include "createdb/create_files.h"
 #include "createdb/end_of_run.h"
 #include "createdb/progress.h"
-#include "simulation/simulated_system.h"
 #include "small_pair.h"
 #include "tool_run.h"
 
@@ -15,17 +14,15 @@ namespace {
 
 using simulation::Operation;
 
-class Failures : public ::testing::Test {
+class Failures : public ::testing::Test, protected support::Computer {
  protected:
   Failures() {
-    system_.add_directory("/db");
-    system_.set_free_bytes(1U << 30);
-    system_.set_error_text(28, "no room");
+    sim.set_free_bytes(1U << 30);
+    sim.set_error_text(28, "no room");
   }
-  ~Failures() override { support::drop_databases(); }
 
   void inject(Operation operation, const char* path_end, std::uint64_t occurrence) {
-    system_.inject({.operation = operation, .path_end = path_end, .occurrence = occurrence, .code = 28});
+    sim.inject({.operation = operation, .path_end = path_end, .occurrence = occurrence, .code = 28});
   }
 
   // The status in digits and the last line on standard error.
@@ -33,8 +30,6 @@ class Failures : public ::testing::Test {
     const support::ToolRun outcome = support::run_tool({"-f", "-d", directory});
     return std::to_string(outcome.status) + " " + outcome.last_words;
   }
-  simulation::SimulatedSystem system_;
-  simulation::Installed installed_{system_};
 };
 
 TEST_F(Failures, EndTheRunWithAMessageOfTheirOwn) {
@@ -57,28 +52,28 @@ TEST_F(Failures, EndTheRunWithAMessageOfTheirOwn) {
     inject(operation, path_end, occurrence);
     EXPECT_EQ(run("/db"), "1 " + message);
     support::drop_databases();
-    system_.clear_faults();
+    sim.clear_faults();
     for (const auto* path : {"/db/main.odb", "/db/main.odbj", "/db/main.tsdb"})
-      system_.remove_file(path);
+      sim.remove_file(path);
   }
   const std::string long_name = "/" + std::string(983, 'd');
-  system_.add_directory(long_name);
+  sim.add_directory(long_name);
   EXPECT_EQ(run(long_name), "1 MDB Error: Too long journal path");
 }
 
 TEST_F(Failures, DoNotLetAnInterruptNameAFileOfSomebodyElse) {
-  system_.add_file("/db/main.tsdb", {});
+  sim.add_file("/db/main.tsdb", {});
   run("/db");
-  EXPECT_EQ(system_.words_of_an_interrupt(),
+  EXPECT_EQ(sim.words_of_an_interrupt(),
             "\nInterrupted, left behind: \"/db\\main.odb\" \"/db\\main.odbj\"\n");
 }
 
 TEST_F(Failures, LeaveNothingOfTheProgressOnATerminal) {
-  system_.set_terminal(platform::Stream::error, true);
+  sim.set_terminal(platform::Stream::error, true);
   createdb::GrowthProgress progress;
   // What is shown of so many MiB after so many milliseconds.
   const auto shown = [&](std::uint64_t milliseconds, std::uint64_t written) {
-    system_.advance_microseconds(milliseconds * 1'000);
+    sim.advance_microseconds(milliseconds * 1'000);
     ::testing::internal::CaptureStderr();
     progress.advance(written << 20, 1'000 << 20);
     return ::testing::internal::GetCapturedStderr();
@@ -95,12 +90,12 @@ TEST_F(Failures, LeaveNothingOfTheProgressOnATerminal) {
 
 TEST_F(Failures, OfADeviceHaveMessagesToo) {
   std::vector<std::byte> contents(10'000, std::byte{7});
-  system_.add_file("/device", contents);
-  system_.make_fixed_size("/device");
+  sim.add_file("/device", contents);
+  sim.make_fixed_size("/device");
   createdb::prepare_store("/device", 5'000);
   std::fill_n(contents.begin(), 5'000, std::byte{0});
-  EXPECT_TRUE(system_.contents("/device") == contents);
-  EXPECT_EQ(system_.count(Operation::sync_directory), 0U);
+  EXPECT_TRUE(sim.contents("/device") == contents);
+  EXPECT_EQ(sim.count(Operation::sync_directory), 0U);
 
   const auto expect_end = [](const std::string& path, std::uint64_t size_bytes, const std::string& message) {
     const support::RedirectedStreams streams("");
@@ -108,11 +103,11 @@ TEST_F(Failures, OfADeviceHaveMessagesToo) {
     EXPECT_EQ(streams.error_text(), message + "\n");
   };
   expect_end("/none", 1, "Unable to open store \"/none\"");
-  EXPECT_FALSE(system_.has_file("/none"));
+  EXPECT_FALSE(sim.has_file("/none"));
   expect_end("/device", 12'289, "Unable to write to \"/device\"");
   inject(Operation::close, "device", 1);
   expect_end("/device", 1, "Failed closing store \"/device\"");
-  system_.inject({.operation = Operation::write, .transfer_limit = 0});
+  sim.inject({.operation = Operation::write, .transfer_limit = 0});
   expect_end("/device", 1, "write returned 0");
 }
 

@@ -26,7 +26,7 @@ class EndToEnd : public real::InDirectory {
 
   // The text of a file in transcripts/, with `number` for %.
   static std::string transcript(const std::string& name, const std::string& number = {}) {
-    std::string text = contents(QUENOR_TRANSCRIPTS "/" + name + ".txt");
+    std::string text = real::contents(QUENOR_TRANSCRIPTS "/" + name + ".txt");
     if (const std::size_t at = text.find('%'); at != std::string::npos)
       text.replace(at, 1, number);
     return text;
@@ -37,7 +37,7 @@ class EndToEnd : public real::InDirectory {
   static void write_file(const std::string& path, const std::string& contents) {
     std::ofstream("db/" + path, std::ios::binary) << contents;
   }
-  static std::string file(const std::string& path) { return contents("db/" + path); }
+  static std::string file(const std::string& path) { return real::contents("db/" + path); }
 
   static bool has_no_database() {
     return !exists("main.odb") && !exists("main.odbj") && !exists("main.tsdb");
@@ -45,12 +45,5 @@ class EndToEnd : public real::InDirectory {
   static void remove_files() {
     for (const auto* path : {"main.odb", "main.odbj", "main.tsdb", "j/main.odbj", "t/main.tsdb"})
       std::filesystem::remove(std::string("db/") + path);
-  }
-
- private:
-  // Empty without a file.
-  static std::string contents(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
   }
 };

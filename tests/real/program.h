@@ -40,6 +40,12 @@ inline std::string without_returns(std::string text) {
   return text;
 }
 
+// Nothing without a file.
+inline std::string contents(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
 // What it writes goes to files in the current directory.
 class Program {
  public:
@@ -66,8 +72,8 @@ class Program {
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
 
-  std::string out() const { return contents(out_); }
-  std::string err() const { return contents(err_); }
+  std::string out() const { return without_returns(contents(out_)); }
+  std::string err() const { return without_returns(contents(err_)); }
   // Waits until `text` has appeared; false when the program ends without it.
   bool shows(const std::string& text) {
     const auto is_shown = [&] { return (out() + err()).find(text) != std::string::npos; };
@@ -86,10 +92,6 @@ class Program {
   }
 
  private:
-  static std::string contents(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return without_returns({std::istreambuf_iterator<char>(file), {}});
-  }
   void look(int options) {
     if (process_ > 0 && ::waitpid(process_, &status_, options) == process_)
       process_ = 0;
