@@ -33,8 +33,8 @@ class FaultSweep : public testing::TestWithParam<std::tuple<ServerStep, JournalP
                  static_cast<std::uint64_t>(std::get<2>(GetParam()))) {
       for (int i = 0; i < 30; ++i)
         take_some_step(*this);
-      sync();
-      support::drop_databases();
+      mdb_test::close_mdb();
+      note_sync();
     }
 
     // Takes the step, behind a change that is not synced, with this disturbance of the calls from its begin
@@ -46,9 +46,7 @@ class FaultSweep : public testing::TestWithParam<std::tuple<ServerStep, JournalP
       sim.clear_events();
       sim.inject(fault);
       try {
-        std::get<0>(GetParam()).take(*this);
-        if (!mdb::backing_is_open())
-          open();
+        take(*this, std::get<0>(GetParam()));
       } catch (const mdb::error_generic&) {
         EXPECT_FALSE(mdb::transaction_is_open());  // F1
       }

@@ -73,8 +73,10 @@ class ServerSession : public Server {
     try {
       for (std::uint32_t rest = 1 + up_to(15); rest > 0; --rest)
         take_some_step(*this);
-      if (is_orderly)
-        shut_down();
+      if (is_orderly) {
+        mdb_test::close_mdb();
+        note_sync();
+      }
     } catch (const error::Exception&) {
       if (!cuts_power)
         throw;

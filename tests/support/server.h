@@ -13,6 +13,7 @@
 #include "metadb/storage/backing_store.h"
 #include "metadb/storage/buffer_cache.h"
 #include "metadb/storage/journal.h"
+#include "metadb/storage/mapped_journal.h"
 #include "nodemodel/node_lookup.h"
 #include "small_pair.h"
 #include "soundness.h"
@@ -67,18 +68,6 @@ class Server : public Computer {
         throw;
       in_doubt_.reset();
     }
-  }
-  void flip(bool write_redirect) {
-    mdb::journal_flip(write_redirect);
-    note_sync();
-  }
-  void sync() {
-    mdb::journal_sync();
-    note_sync();
-  }
-  void shut_down() {
-    mdb_test::close_mdb();
-    note_sync();
   }
   void read_all() const {
     EXPECT_EQ(stored(), history_.back());
@@ -142,6 +131,7 @@ class Server : public Computer {
 struct ServerStep {
   const char* name;
   void (*take)(Server& server);
+  bool syncs = false;
 };
 inline constexpr ServerStep server_steps[] = {
     {"Change", [](Server& server) { server.transact(1, true); }},
@@ -149,23 +139,28 @@ inline constexpr ServerStep server_steps[] = {
     {"SynchronousEnd", [](Server& server) { server.transact(1 + server.up_to(3), false); }},
     {"ManyChanges", [](Server& server) { server.transact(12, true); }},
     {"GivenUp", [](Server& server) { server.transact(1 + server.up_to(3), true, true); }},
-    {"Flip", [](Server& server) { server.flip(false); }},
-    {"FlipWithRedirection", [](Server& server) { server.flip(true); }},
-    {"Sync", [](Server& server) { server.sync(); }},
+    {"Flip", [](Server&) { mdb::journal_flip(false); }, true},
+    {"FlipWithRedirection", [](Server&) { mdb::journal_flip(true); }, true},
+    {"Sync", [](Server&) { mdb::journal_sync(); }, true},
     {"Second", [](Server& server) { server.sim.advance_microseconds(1'000'000); }},
     {"Checkpoint", [](Server&) { mdb::journal_checkpoint(); }},
     {"Growth", [](Server&) { mdb::backing_grow(60); }},
     {"Reading", [](Server& server) { server.read_all(); }},
-    {"ShutDown", [](Server& server) { server.shut_down(); }},
+    {"ShutDown", [](Server&) { mdb_test::close_mdb(); }, true},
     {"Death", [](Server&) { drop_databases(); }},
 };
 
-// Takes a random one, and opens the database again if need be.
-inline void take_some_step(Server& server) {
-  const std::uint32_t dice = server.up_to(31);
-  server_steps[dice < std::size(server_steps) ? dice : dice % 3].take(server);
+// Opens the database again when the step leaves it closed.
+inline void take(Server& server, const ServerStep& step) {
+  step.take(server);
+  if (step.syncs)
+    server.note_sync();
   if (!mdb::backing_is_open())
     Server::open();
+}
+inline void take_some_step(Server& server) {
+  const std::uint32_t dice = server.up_to(31);
+  take(server, server_steps[dice < std::size(server_steps) ? dice : dice % 3]);
 }
 
 }  // namespace support
