@@ -18,18 +18,15 @@ struct Plan {
 
 class IndexModel : public testing::TestWithParam<Plan> {
  protected:
-  using Row = std::array<std::uint32_t, 4>;  // two words of key, block, offset
+  using Row = std::pair<Key, Key>;  // the key, and block and offset
 
-  static Key key_of(const Row& row) { return {row[0], row[1]}; }
-  static ObjectReference data_of(const Row& row) { return {row[2], row[3]}; }
-  static Row row_of(const Key& key, ObjectReference data) {
-    return {key.k0, key.k1, data.block, data.offset};
-  }
+  static ObjectReference data_of(const Row& row) { return {row.second.k0, row.second.k1}; }
 
   std::uint32_t pick(std::uint32_t below) { return static_cast<std::uint32_t>(random() % below); }
+  Key pick_data() { return {pick(1000), pick(1u << 20)}; }
   Row pick_row() {
     const std::uint32_t number = pick(plan.keys);
-    return {number % 3, number, pick(1000), pick(1u << 20)};
+    return {{number % 3, number}, pick_data()};
   }
   std::set<Row>::iterator pick_present() {
     const auto found = rows.lower_bound(pick_row());
@@ -40,17 +37,17 @@ class IndexModel : public testing::TestWithParam<Plan> {
     const Row row = pick_row();
     if (plan.index != 0) {
       if (rows.insert(row).second)
-        mdb::nonunique_insert(plan.index, key_of(row), data_of(row));
+        mdb::nonunique_insert(plan.index, row.first, data_of(row));
       return;
     }
-    const auto old = rows.lower_bound({row[0], row[1], 0, 0});
-    const bool exists = old != rows.end() && key_of(*old) == key_of(row);
-    EXPECT_ANY_THROW(mdb::unique_put(0, key_of(row), data_of(row), !exists));
-    mdb::unique_put(0, key_of(row), data_of(row), exists);
+    const auto old = rows.lower_bound({row.first, {}});
+    const bool exists = old != rows.end() && old->first == row.first;
+    EXPECT_ANY_THROW(mdb::unique_put(0, row.first, data_of(row), !exists));
+    mdb::unique_put(0, row.first, data_of(row), exists);
     if (exists)
       rows.erase(old);
     rows.insert(row);
-    EXPECT_EQ(mdb::unique_search(0, key_of(row)), data_of(row));
+    EXPECT_EQ(mdb::unique_search(0, row.first), data_of(row));
   }
 
   void shrink() {
@@ -59,36 +56,35 @@ class IndexModel : public testing::TestWithParam<Plan> {
     Row row = *pick_present();
     rows.erase(row);
     if (plan.index == 0) {
-      mdb::unique_delete(0, key_of(row));
-      EXPECT_THROW(mdb::unique_delete(0, key_of(row)), mdb::error_fubar);
-      EXPECT_EQ(mdb::unique_search(0, key_of(row)), std::nullopt);
+      mdb::unique_delete(0, row.first);
+      EXPECT_THROW(mdb::unique_delete(0, row.first), mdb::error_fubar);
+      EXPECT_EQ(mdb::unique_search(0, row.first), std::nullopt);
       return;
     }
-    const Row changed = {row[0], row[1], pick(1000), pick(1u << 20)};
+    const Row changed = {row.first, pick_data()};
     if (pick(2) == 0 && rows.insert(changed).second) {
-      mdb::nonunique_update(plan.index, key_of(row), data_of(row), data_of(changed));
+      mdb::nonunique_update(plan.index, row.first, data_of(row), data_of(changed));
       row = *pick_present();
       rows.erase(row);
     }
-    mdb::nonunique_delete(plan.index, key_of(row), data_of(row));
-    EXPECT_THROW(mdb::nonunique_delete(plan.index, key_of(row), data_of(row)), mdb::error_fubar);
+    mdb::nonunique_delete(plan.index, row.first, data_of(row));
+    EXPECT_THROW(mdb::nonunique_delete(plan.index, row.first, data_of(row)), mdb::error_fubar);
   }
 
   void check() {
     const auto tree = support::expect_sound("expected a live object").mdb->indexes[plan.index];
     std::multiset<Row> found;
     for (const auto& [key, object] : tree.entries)
-      found.insert({key.first, key.second, object.block, object.offset});
+      found.insert({{key.first, key.second}, {object.block, object.offset}});
     EXPECT_TRUE(std::ranges::equal(found, rows));
     depth = std::max(depth, tree.nodes.back().depth);
 
-    const Key key = key_of(pick_row());
-    const std::set<Row> expected(rows.lower_bound({key.k0, key.k1, 0, 0}),
-                                 rows.lower_bound({key.k0, key.k1 + 1, 0, 0}));
+    const Key key = pick_row().first;
+    const std::set<Row> expected(rows.lower_bound({key, {}}), rows.lower_bound({{key.k0, key.k1 + 1}, {}}));
     std::set<Row> met;
     for (auto cursor = mdb::nonunique_search(plan.index, key);
          cursor && !cursor->at_end() && cursor->key() == key; mdb::leaf_cursor_next(*cursor))
-      EXPECT_TRUE(met.insert(row_of(key, cursor->data())).second);
+      EXPECT_TRUE(met.insert({key, {cursor->data().block, cursor->data().offset}}).second);
     EXPECT_EQ(met, expected);
   }
 
