@@ -45,23 +45,22 @@ class Dialogue : public EndToEnd {
   }
 };
 
-TEST_F(Dialogue, SaysAllThatItShouldAndRepeatsTheHalfThatIsNotConfirmed) {
-  const std::string input = "db e db 16 no db e db 4 y\n2 1024 1 db n 2 2048 1 db yes";
-  const Outcome outcome = run("-i -c", input);
-  EXPECT_EQ(outcome.status, 0) << outcome.err;
-  EXPECT_EQ(outcome.out, "Quenor Database Creation Tool\n---------------------------------------------\n" +
-                             transcript("mdb_half", "16") + transcript("mdb_half", "4") +
-                             transcript("tsdb_half", "1024") + transcript("tsdb_half", "2048"));
-}
-
-TEST_F(Dialogue, RefusesAnAnswerAndAsksAgain) {
+TEST_F(Dialogue, SaysAllThatItShouldRefusesAnAnswerAndRepeatsTheHalfThatIsNotConfirmed) {
   write_file("file", "");
-  const std::string input =
-      "db/a path db/file db \n\n xEI e db/missing\n\ndb/file db 3 129 0 +8 y 1 6 5 "
-      "512 32768 1023 16385 4294967295 3000 1025 16383 16384 0 +0 1 db/missing db/file db y";
-  const Outcome outcome = run("-i -c", input);
-  EXPECT_EQ(outcome.status, 0) << outcome.err;
-  EXPECT_EQ(outcome.out, transcript("refusals"));
+  const std::string title = "Quenor Database Creation Tool\n---------------------------------------------\n";
+  const std::pair<std::string, std::string> dialogues[] = {
+      {"db e db 16 no db e db 4 y\n2 1024 1 db n 2 2048 1 db yes",
+       title + transcript("mdb_half", "16") + transcript("mdb_half", "4") + transcript("tsdb_half", "1024") +
+           transcript("tsdb_half", "2048")},
+      {"db/a path db/file db \n\n xEI e db/missing\n\ndb/file db 3 129 0 +8 y 1 6 5 "
+       "512 32768 1023 16385 4294967295 3000 1025 16383 16384 0 +0 1 db/missing db/file db y",
+       transcript("refusals")}};
+  for (const auto& [input, output] : dialogues) {
+    const Outcome outcome = run("-i -c", input);
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(outcome.out, output);
+    remove_files();
+  }
 }
 
 TEST_F(Dialogue, EndsWithItsInputOrBehindAWordThatIsNoNumber) {
