@@ -63,18 +63,17 @@ class CreationSweep : public testing::TestWithParam<Mode> {
     return files;
   }
 
+  // Of a row of writes that follow one another in a file the first, and some.
   static std::vector<std::uint64_t> chosen_operations(const SimulatedSystem& undisturbed) {
     const char* wanted = std::getenv("QUENOR_SWEEP_STRIDE");
     const std::uint64_t stride = wanted != nullptr ? std::strtoull(wanted, nullptr, 10) : 128;
     std::vector<std::uint64_t> chosen;
     simulation::Event before{simulation::Operation::any};
-    std::uint64_t row = 0;  // length of the row of writes that follow one another in a file
     for (const std::uint64_t number : crash::operations_to_disturb(undisturbed)) {
       const simulation::Event& event = undisturbed.events()[number - 1];
-      const bool is_alike = event.matches(simulation::Operation::write, before.path) &&
-                            event.position == before.position + before.length && event.position != 0;
-      row = is_alike ? row + 1 : 0;
-      if (row % stride == 0 || row == 1)
+      const bool goes_on = event.matches(simulation::Operation::write, before.path) &&
+                           event.position == before.position + before.length && event.position != 0;
+      if (!goes_on || number % stride == 0)
         chosen.push_back(number);
       before = event;
     }

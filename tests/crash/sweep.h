@@ -24,13 +24,12 @@ inline std::vector<std::uint64_t> operations_to_disturb(const simulation::Simula
 // All that is kept, none of it, random parts, and all but each single write.
 inline std::vector<simulation::Policy> every_cut(const simulation::SimulatedSystem& system,
                                                  std::uint64_t seed) {
-  using simulation::Kept;
-  std::vector<simulation::Policy> policies = {{Kept::everything, seed},
-                                              {Kept::nothing, seed},
-                                              {Kept::random_writes, seed},
-                                              {Kept::random_sectors, seed}};
+  using enum simulation::Kept;
+  std::vector<simulation::Policy> policies;
+  for (const simulation::Kept kept : {everything, nothing, random_writes, random_sectors})
+    policies.push_back({kept, seed});
   for (std::size_t missing = 0; missing < system.unsynced_count(); ++missing)
-    policies.push_back({Kept::all_but_one, missing});
+    policies.push_back({all_but_one, missing});
   return policies;
 }
 

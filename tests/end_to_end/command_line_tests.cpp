@@ -80,21 +80,6 @@ TEST_F(CommandLine, AsksOnceBeforeItCreatesTheDefaults) {
   EXPECT_EQ(run("-d db -c -f").out, summaries + "y\n");
 }
 
-// The files that come before the one that stands in the way are left.
-TEST_F(CommandLine, NeverTouchesAnExistingFile) {
-  const std::string names[] = {"main.odb", "main.odbj", "main.tsdb"};
-  for (std::size_t i = 0; i < 3; ++i) {
-    write_file(names[i], "no");
-    const Outcome outcome = run("-d db -f");
-    EXPECT_EQ(outcome.status, 1) << names[i];
-    EXPECT_THAT(outcome.err, EndsWith("Unable to create file \"db\\" + names[i] + "\"\n"));
-    EXPECT_EQ(file(names[i]), "no");
-    for (std::size_t other = 0; other < 3; ++other)
-      EXPECT_EQ(exists(names[other]), other <= i);
-    remove_files();
-  }
-}
-
 TEST_F(CommandLine, IsNotEndedByASignalWhenAFileOrItsOutputTakesNoMore) {
   if (is_windows_program())
     GTEST_SKIP() << "Windows has no such signals";

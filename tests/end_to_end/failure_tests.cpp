@@ -61,9 +61,11 @@ TEST_F(Failures, EndTheRunWithAMessageOfTheirOwn) {
   EXPECT_EQ(run(long_name), "1 MDB Error: Too long journal path");
 }
 
-TEST_F(Failures, DoNotLetAnInterruptNameAFileOfSomebodyElse) {
-  sim.add_file("/db/main.tsdb", {});
-  run("/db");
+// The files that come before the one that stands in the way are left.
+TEST_F(Failures, NeitherTouchAFileOfSomebodyElseNorLetAnInterruptNameIt) {
+  sim.add_file("/db/main.tsdb", std::vector(2, std::byte{7}));
+  EXPECT_EQ(run("/db"), "1 Unable to create file \"/db\\main.tsdb\"");
+  EXPECT_EQ(sim.contents("/db/main.tsdb"), std::vector(2, std::byte{7}));
   EXPECT_EQ(sim.words_of_an_interrupt(),
             "\nInterrupted, left behind: \"/db\\main.odb\" \"/db\\main.odbj\"\n");
 }

@@ -4,7 +4,6 @@
 
 #include <pty.h>
 
-#include <array>
 #include <chrono>
 #include <stdexcept>
 #include <thread>
@@ -30,17 +29,14 @@ inline real::Outcome run_on_terminal(const std::string& arguments, const Answers
   }
   std::string shown;
   const auto show_more = [&] {
-    std::array<char, 4096> buffer;
-    const ssize_t length = ::read(terminal, buffer.data(), buffer.size());
-    if (length > 0)
-      shown.append(buffer.data(), static_cast<std::size_t>(length));
-    return length > 0;
+    char letter = 0;
+    const bool is_there = ::read(terminal, &letter, 1) == 1;
+    shown.append(is_there ? 1 : 0, letter);
+    return is_there;
   };
-  std::size_t seen = 0;
   for (const auto& [question, answer] : answers) {
-    while (shown.find(question, seen) == std::string::npos && show_more()) {
+    while (!shown.ends_with(question) && show_more()) {
     }
-    seen = shown.size();
     if (answer == pause_it) {
       // The terminal's processes are a group that has the first one's number.
       ::kill(-child, SIGSTOP);

@@ -4,6 +4,7 @@
 #include <sstream>
 #include <string>
 
+#include "bytes_of_text.h"
 #include "common/bytes.h"
 #include "common/crc32.h"
 #include "inspect/command_line.h"
@@ -129,8 +130,7 @@ bool gets_room(const Bytes& input) {
 void try_typing(const Bytes& input) {
   Computer computer;
   computer.sim.set_free_bytes(gets_room(input) ? 24 << 20 : 32 << 10);
-  std::string typed(input.size(), '\0');
-  std::ranges::transform(input, typed.begin(), [](std::byte byte) { return static_cast<char>(byte); });
+  const std::string typed = support::text_of(input);
   const std::size_t line_end = std::min(typed.find('\n'), typed.size());
   std::istringstream line(typed.substr(0, line_end));
   const std::vector<std::string> words(std::istream_iterator<std::string>(line), {});
@@ -165,7 +165,7 @@ std::vector<Bytes> some_typing() {
     Bytes input;
     for (int number = 0; input.empty() || !gets_room(input); ++number) {
       const std::string text = typed + std::to_string(number);
-      const auto characters = std::as_bytes(std::span(text));
+      const auto characters = support::bytes_of(text);
       input.assign(characters.begin(), characters.end());
     }
     inputs.push_back(input);

@@ -10,28 +10,19 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
-#include <span>
 #include <string>
-#include <string_view>
 #include <thread>
 #include <vector>
 
+#include "bytes_of_text.h"
 #include "platform/platform.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using platform::Sharing;
-
-std::span<const std::byte> bytes_of(std::string_view text) {
-  return std::as_bytes(std::span(text));
-}
-
-std::string text_of(std::span<const std::byte> bytes) {
-  std::string text(bytes.size(), '\0');
-  std::ranges::transform(bytes, text.begin(), [](std::byte b) { return static_cast<char>(b); });
-  return text;
-}
+using support::bytes_of;
+using support::text_of;
 
 class NativeSystem : public testing::Test {
  protected:

@@ -145,11 +145,11 @@ TEST_F(JournalTest, ASerialIsNeverMetTwice) {
 
   // Data, too, that reads like the begin of a serial to come: it is met when its half is entered the second
   // time.
-  Bytes like_a_begin = bytes_of("....TBEG............");
-  bytes::store_u64(like_a_begin, 12, 6);
-  commit(text_of(like_a_begin), 600);
+  std::string like_a_begin = "....TBEG............";
+  bytes::store_u64(std::as_writable_bytes(std::span(like_a_begin)), 12, 6);
+  commit(like_a_begin, 600);
   const auto data = half.subspan(16 + 20, like_a_begin.size());
-  for (const std::string& expected : {text_of(like_a_begin), text_of(like_a_begin), std::string(16, '\0')}) {
+  for (const std::string& expected : {like_a_begin, like_a_begin, std::string(16, '\0')}) {
     EXPECT_TRUE(text_of(data).ends_with(expected));
     mdb::journal_flip(false);
     mdb::journal_flip(false);

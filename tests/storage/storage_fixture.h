@@ -12,6 +12,7 @@
 #include <tuple>
 #include <vector>
 
+#include "bytes_of_text.h"
 #include "common/bytes.h"
 #include "metadb/storage/backing_store.h"
 #include "metadb/storage/block_copy.h"
@@ -22,18 +23,11 @@
 #include "metadb/storage/mdb_header.h"
 #include "small_pair.h"
 
+using support::bytes_of;
 using support::drop_databases;
+using support::text_of;
 using support::thrown_by;
 using Bytes = std::vector<std::byte>;
-
-inline Bytes bytes_of(std::string_view text) {
-  const auto bytes = std::as_bytes(std::span(text));
-  return {bytes.begin(), bytes.end()};
-}
-
-inline std::string text_of(std::span<const std::byte> bytes) {
-  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
-}
 
 class StorageTest : public testing::Test, protected support::Computer {
  protected:

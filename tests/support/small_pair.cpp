@@ -3,11 +3,8 @@
 #include <algorithm>
 
 #include "common/errors.h"
-#include "metadb/objects/database.h"
 #include "metadb/objects/indexes.h"
 #include "metadb/objects/objects.h"
-#include "metadb/storage/backing_store.h"
-#include "metadb/storage/mdb_header.h"
 #include "nodemodel/node_lookup.h"
 #include "nodemodel/node_types.h"
 #include "nodemodel/record_format.h"

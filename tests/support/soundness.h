@@ -8,7 +8,7 @@
 
 #include "common/text.h"
 #include "inspect/inspection.h"
-#include "small_mdb.h"
+#include "small_pair.h"
 
 namespace support {
 
