@@ -76,7 +76,7 @@ Files make_files(const mdb_test::MdbShape& shape) {
   support::make_pair(computer.sim, shape, {}, node_count - unapplied_nodes);
   open_database();
   for (std::uint32_t number = node_count - unapplied_nodes + 1; number <= node_count; ++number)
-    support::store_server_node(number, "node " + std::to_string(number));
+    support::store_server_node(number, {number / 10, "node " + std::to_string(number)});
   support::drop_databases();
   Files files;
   for (const char* path : {support::tsdb_path, mdb_path, journal_path}) {
@@ -111,10 +111,10 @@ void use_database() {
     return;
   (void)read_everything();
   succeeds([] {
-    const mdb::ObjectReference reference = support::store_server_node(new_number, "new");
-    support::store_server_node(new_number + 1, "another name", reference);
+    const mdb::ObjectReference reference = support::store_server_node(new_number, {7, "new"});
+    support::store_server_node(new_number + 1, {8, "another name"}, reference);
   });
-  succeeds([] { support::store_server_node(known_number * 8, "longer", node(known_number)); });
+  succeeds([] { support::store_server_node(known_number * 8, {4, "longer"}, node(known_number)); });
   succeeds([] { mdb::node_erase(node(known_number - 1)); });
   succeeds([] { mdb::journal_flip(true); });
   succeeds([] {

@@ -79,8 +79,15 @@ class Session {
         const FileBytes bytes = pair_->file(word());
         return pair_->sim.add_file(word(), bytes);
       }
-      case '$':
-        return run_program({std::istream_iterator<std::string>(rest), {}});
+      case '$': {
+        const std::vector<std::string> words(std::istream_iterator<std::string>(rest), {});
+        std::vector<const char*> arguments;
+        for (const std::string& argument : words)
+          arguments.push_back(argument.c_str());
+        const Outcome outcome = run(arguments);
+        told_ += text::concat(outcome.out, outcome.err, "[", outcome.status, "]\n");
+        return;
+      }
       default:
         return;
     }
@@ -106,14 +113,6 @@ class Session {
       told_ += text::concat("opening: leaves ", bytes::load_u32(pair.file("main.odb"), some_data),
                             ", goes on with serial ", JournalWriter(journal).serial, '\n');
     }
-  }
-
-  void run_program(const std::vector<std::string>& words) {
-    std::vector<const char*> arguments;
-    for (const std::string& argument : words)
-      arguments.push_back(argument.c_str());
-    const Outcome outcome = run(arguments);
-    told_ += text::concat(outcome.out, outcome.err, "[", outcome.status, "]\n");
   }
 
   const std::string severe = text::concat(logging::severe, " ");

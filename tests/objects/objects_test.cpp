@@ -104,8 +104,8 @@ TEST(Objects, LoadTakesOnlyALiveObjectThatStartsThereAndDamageIsReportedNotFollo
 
 TEST(Objects, AnObjectThatHasOftenBeenLookedAtIsGoneOnceItIsFreed) {
   for (const std::uint32_t cached_blocks : {8192u, 1u}) {
-    mdb::cache_set_limit(cached_blocks);
     TestMdb mdb;
+    mdb::cache_set_limit(cached_blocks);
     const ObjectReference kept = store({}, 60), freed = store({}, 60), elsewhere = store({}, 400);
     ASSERT_NE(elsewhere.block, freed.block);
     const auto look = [](ObjectReference reference) {
@@ -131,7 +131,6 @@ TEST(Objects, AnObjectThatHasOftenBeenLookedAtIsGoneOnceItIsFreed) {
     EXPECT_EQ(store({}, 60), freed);
     EXPECT_EQ(look_at_both(), "nothing");
   }
-  mdb::cache_set_limit(8192);
 }
 
 TEST(Objects, AStoreThatCannotBeLeavesNothing) {

@@ -16,7 +16,6 @@
 namespace real {
 namespace {
 
-using testing::AnyOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
@@ -118,29 +117,6 @@ TEST_P(KilledWriter, LosesNothingThatItHasReported) {
 
 INSTANTIATE_TEST_SUITE_P(Journals, KilledWriter, testing::Values('i', 'e'),
                          [](const auto& journal) { return journal.param == 'i' ? "Internal" : "External"; });
-
-TEST_F(Real, KilledCreationLeavesWhatNoLaterRunTouches) {
-  const std::uint32_t start = microseconds_now();
-  ASSERT_EQ(run(createdb, default_pair).status, 0);
-  const std::uint32_t duration = microseconds_now() - start;
-  for (int rest = under_wine_ ? 5 : 40; rest > 0 && !HasFailure(); --rest) {
-    std::filesystem::remove_all("db");
-    std::filesystem::create_directory("db");
-    Program tool(createdb, default_pair);
-    ::usleep(up_to(duration));
-    tool.end_with(SIGKILL);
-    EXPECT_THAT(check().status, AnyOf(0, 1, 2));
-    if (std::filesystem::is_empty("db"))
-      continue;
-    std::filesystem::copy("db", "before");
-    const Outcome later = run(createdb, default_pair);
-    EXPECT_EQ(later.status, 1);
-    EXPECT_THAT(later.err, HasSubstr("Unable to create file \"db\\main.odb\"\n"));
-    EXPECT_EQ(std::system("diff -r db before"), 0);
-    std::filesystem::remove_all("before");
-    EXPECT_THAT(run(writer, "list db").status, AnyOf(0, 1));
-  }
-}
 
 // A disk in memory, mounted where no other process sees it, Wine's server included.
 class FullDisk : public Real {

@@ -70,7 +70,7 @@ void work(const std::string& directory, std::uint64_t seed, std::uint64_t first,
 void fill(const std::string& directory) {
   open(directory);
   for (std::uint32_t id = 100; id < 4'100; ++id) {
-    const auto node = support::store_server_node(id, "</script> <b>" + std::to_string(id));
+    const auto node = support::store_server_node(id, {id / 10, "</script> <b>" + std::to_string(id)});
     if (id > 500 && id % 11 == 0)
       mdb::node_erase(node);
   }

@@ -281,12 +281,4 @@ Result<std::string> SimulatedSystem::error_text(std::uint32_t code) {
   return found != machine_->error_texts.end() ? found->second : "simulated error " + std::to_string(code);
 }
 
-Status SimulatedSystem::disk_full() const {
-  return Status{ENOSPC};
-}
-
-Result<platform::FileTime> SimulatedSystem::file_time_now() {
-  return platform::FileTime{machine_->calendar_microseconds};
-}
-
 }  // namespace simulation

@@ -110,8 +110,6 @@ TEST_P(JournalModelTest, AgreesWithAPlainArray) {
     compare();
     EXPECT_LE(mdb::cache_statistics().entries, 20U);
   }
-  drop_databases();
-  mdb::cache_set_limit(8192);
 }
 
 INSTANTIATE_TEST_SUITE_P(Shapes, JournalModelTest,

@@ -72,7 +72,6 @@ TEST_F(StoreTest, TheCacheKeepsWhatWasUsedLastAndItsTableSparse) {
   (void)read(201, 1999);
   EXPECT_LE(mdb::cache_statistics().non_empty, 3 * 200u) << "deleted slots do not crowd it";
   EXPECT_GT(mdb::cache_statistics().rehashes, 1u);
-  mdb::cache_set_limit(8192);
 }
 
 // An MDB of 20 blocks of 8192 bytes whose allocation map is 2 blocks long.

@@ -5,6 +5,7 @@
 #include "common/errors.h"
 #include "metadb/objects/indexes.h"
 #include "metadb/objects/objects.h"
+#include "metadb/storage/buffer_cache.h"
 #include "nodemodel/node_lookup.h"
 #include "nodemodel/node_types.h"
 #include "nodemodel/record_format.h"
@@ -53,6 +54,11 @@ void drop_databases() {
   tsdb::tsdb_close();
 }
 
+Computer::~Computer() {
+  drop_databases();
+  mdb::cache_set_limit(8192);
+}
+
 mdb::ObjectReference store_server_node(std::uint32_t id, const NodeFacts& node,
                                        mdb::ObjectReference reference) {
   using dbcache::node_type_t;
@@ -75,11 +81,6 @@ mdb::ObjectReference store_server_node(std::uint32_t id, const NodeFacts& node,
       mdb::add_property(mdb::PropertyNodeId(3901, {3, number}));
   }
   return mdb::node_store(reference);
-}
-
-mdb::ObjectReference store_server_node(std::uint32_t id, const std::string& name,
-                                       mdb::ObjectReference reference) {
-  return store_server_node(id, {id / 10, name}, reference);
 }
 
 void store_as_in(const Nodes& nodes, std::uint32_t id, std::uint32_t from) {
@@ -122,7 +123,7 @@ void make_pair(simulation::SimulatedSystem& sim, const mdb_test::MdbShape& mdb, 
   for (std::uint32_t stored = 0; nodes != 0 && stored < 2 * nodes; stored += nodes) {
     open_nodes(mdb_test::mdb_path);
     for (std::uint32_t number = stored + 1; number <= nodes; ++number)
-      store_server_node(number, "node " + std::to_string(number));
+      store_server_node(number, {number / 10, "node " + std::to_string(number)});
     mdb_test::close_mdb();
   }
 }

@@ -103,7 +103,7 @@ class Computer {
  public:
   Computer() { sim.add_directory(mdb_test::directory); }
   Computer(const Computer& other) : sim(other.sim) {}
-  ~Computer() { drop_databases(); }
+  ~Computer();
   Computer& operator=(const Computer&) = delete;
 
   simulation::SimulatedSystem sim;
@@ -125,9 +125,6 @@ using Nodes = std::map<std::uint32_t, NodeFacts>;  // by the second word of thei
 
 // A node like those of a server: of the indexes that the database has, each gets its share of them.
 mdb::ObjectReference store_server_node(std::uint32_t id, const NodeFacts& node,
-                                       mdb::ObjectReference reference = {});
-// One with its usual parent.
-mdb::ObjectReference store_server_node(std::uint32_t id, const std::string& name,
                                        mdb::ObjectReference reference = {});
 // Makes the node `id` in the database what it is in `nodes`, over the record of node `from`, which is gone
 // then.

@@ -76,31 +76,29 @@ TEST_F(ChainTest, OnlyTheChangedKindMovesAndAShiftedKindStaysInEverySync) {
 
 TEST_F(ChainTest, ACommitRaisesTheTimestampAndAShiftTakesItButNeitherBlockNorCrc) {
   constexpr struct {
-    ChainKind kind;
     std::uint32_t capacity_of_a_block;
     void (*create)(std::uint32_t, std::uint32_t);
     void (*shift)();
-  } kinds[] = {{ChainKind::head, 60, tsdb::create_head_chain, tsdb::phase_shift_head},
-               {ChainKind::tail, 60, tsdb::create_tail_chain, tsdb::phase_shift_tail},
-               {ChainKind::lblock, 15, tsdb::create_lblock_chain, tsdb::phase_shift_lblock},
-               {ChainKind::check, 30, tsdb::create_check_chain, tsdb::phase_shift_check}};
+  } kinds[] = {{60, tsdb::create_head_chain, tsdb::phase_shift_head},
+               {60, tsdb::create_tail_chain, tsdb::phase_shift_tail},
+               {15, tsdb::create_lblock_chain, tsdb::phase_shift_lblock},
+               {30, tsdb::create_check_chain, tsdb::phase_shift_check}};
   make_database(64, 2, 0);
-  std::uint32_t block = 1;
-  for (const auto& [kind, capacity_of_a_block, create, shift] : kinds) {
-    create(0, capacity_of_a_block);
-    create(1, capacity_of_a_block + 1);
+  for (std::uint32_t i = 0; i < 4; ++i) {
+    const ChainKind kind = tsdb::chain_traits[i].kind;
+    const std::uint32_t block = 1 + 3 * i;
+    kinds[i].create(0, kinds[i].capacity_of_a_block);
+    kinds[i].create(1, kinds[i].capacity_of_a_block + 1);
     tsdb::set_chain_table_entry(kind, 0, 0xFFFF'FFFF, 99);
     tsdb::commit_chain(current_chain(kind));
     tsdb::sync_writes();
-    tsdb::ChainTableEntry expected = tsdb::chain_table_entry(kind, 1);
-    expected.timestamp = std::uint64_t{1} << 32;
-    EXPECT_EQ(committed(sim, kind).timestamp, expected.timestamp);
+    const tsdb::ChainTableEntry before = tsdb::chain_table_entry(kind, 1);
+    EXPECT_EQ(committed(sim, kind).timestamp, std::uint64_t{1} << 32);
     EXPECT_THAT(committed(sim, kind).blocks, ElementsAre(block));
-    EXPECT_EQ(expected.first_block, block + 1);
-    shift();
-    EXPECT_EQ(tsdb::chain_table_entry(kind, 1), expected);
+    kinds[i].shift();
+    EXPECT_EQ(tsdb::chain_table_entry(kind, 1),
+              (tsdb::ChainTableEntry{std::uint64_t{1} << 32, block + 1, before.crc}));
     EXPECT_EQ(tsdb::current_set(kind), 1u);
-    block += 3;
   }
 }
 

@@ -19,6 +19,7 @@
 
 #pragma once
 
+#include <cerrno>
 #include <utility>
 
 #include "simulation/machine.h"
@@ -105,12 +106,14 @@ class SimulatedSystem : public platform::System {
   platform::Result<bool> is_directory(const std::string& path) override;
   platform::Result<std::uint64_t> free_bytes(const std::string& directory) override;
   platform::Result<std::string> error_text(std::uint32_t code) override;
-  platform::Status disk_full() const override;
+  platform::Status disk_full() const override { return {ENOSPC}; }
   std::uint64_t monotonic_microseconds() override { return machine_->monotonic_microseconds; }
   std::int64_t calendar_seconds() override {
     return static_cast<std::int64_t>(machine_->calendar_microseconds / 1'000'000);
   }
-  platform::Result<platform::FileTime> file_time_now() override;
+  platform::Result<platform::FileTime> file_time_now() override {
+    return platform::FileTime{machine_->calendar_microseconds};
+  }
   bool is_terminal(platform::Stream stream) override {
     return machine_->terminals[static_cast<std::size_t>(stream)];
   }
