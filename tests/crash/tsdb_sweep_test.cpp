@@ -90,10 +90,6 @@ class TsdbSweep : public TsdbTest, public testing::WithParamInterface<std::uint3
     }
   }
 
-  void expect_committed_or_in_doubt(const simulation::SimulatedSystem& system) {
-    expect_one_of(system, committed_[done_ - 1], committed_[done_]);
-  }
-
   // T1 and T2.
   static void expect_one_of(const simulation::SimulatedSystem& system, Kinds done, Kinds in_doubt) {
     support::expect_sound();
@@ -119,7 +115,7 @@ TEST_P(TsdbSweep, ACutLosesNothingThatASyncHasCommitted) {
       support::Computer cut(*this);
       cut.sim.clear_faults();
       cut.sim.power_cut(policy);
-      expect_committed_or_in_doubt(cut.sim);
+      expect_one_of(cut.sim, committed_[done_ - 1], committed_[done_]);
       crash_states += 1;
     }
   }
@@ -132,7 +128,7 @@ TEST_P(TsdbSweep, ALaterSyncMakesUpForAnyFailure) {
   for (std::uint64_t operation = 1; live_to(operation, false) && !HasFailure(); ++operation) {
     SCOPED_TRACE(testing::Message() << "operation " << operation);
     sim.clear_faults();
-    expect_committed_or_in_doubt(sim);
+    expect_one_of(sim, committed_[done_ - 1], committed_[done_]);
     for (const tsdb::ChainTraits& traits : tsdb::chain_traits)
       current_chain(traits.kind).mark_dirty();
     const Kinds kinds = in_memory();

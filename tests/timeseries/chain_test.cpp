@@ -65,9 +65,7 @@ TEST_F(ChainTest, ASyncWritesCommitsAndFlushesInOrder) {
   EXPECT_EQ(LogCapture::take()[1], "2 4 Phase shift from Head chain 2 to chain 0 complete!");
   EXPECT_EQ(tsdb::committed_head_set(), 2u);
   EXPECT_EQ(meters(), std::pair(shifts + 1, timings + 1));
-}
-
-TEST_F(ChainTest, OnlyTheChangedKindMovesAndAShiftedKindStaysInEverySync) {
+  // A kind that has changed moves alone, and stays in every sync.
   make_database(64, 3, 1);
   tsdb::set_chain_pointer(current_chain(ChainKind::tail).last_run(), 0, 1);
   for (const char* operations : {"w2 s w0 s ", "w6 s w0 s ", "w10 s w0 s ", "w2 s w0 s "})

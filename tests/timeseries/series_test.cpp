@@ -101,18 +101,17 @@ TEST_F(SeriesTest, WhatWasSyncedIsInTheFile) {
       } else if (what < 17) {
         const std::uint32_t id = first_free(model[3]);
         EXPECT_EQ(tsdb::allocate_described_ts(add_random_series(random, model)), id);
-        expect_in_file(model);
       } else if (what < 18) {
         for (std::uint32_t count = 1 + below(random, 30); count > 0; --count) {
           const std::uint32_t id = first_free(model[3]);
           model[3][id] = {step + 1, 5};
           EXPECT_EQ(tsdb::allocate_check_id(step + 1, 5), id);
         }
-        expect_in_file(model);
       } else {
         tsdb::sync_chains();
-        expect_in_file(model);
       }
+      if (what >= 15)
+        expect_in_file(model);
     }
   }
 }
