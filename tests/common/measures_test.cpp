@@ -1,7 +1,6 @@
 // What the libraries measure: meters and times.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "common/meter_report.h"
 #include "common/meters.h"

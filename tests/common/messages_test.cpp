@@ -1,7 +1,6 @@
 // What the libraries say: texts, the words of the system, exceptions and the log.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <limits>
 

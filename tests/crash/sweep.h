@@ -12,8 +12,7 @@ namespace crash {
 // device ends, and one that fails means the end.
 inline std::vector<std::uint64_t> operations_to_disturb(const simulation::SimulatedSystem& undisturbed) {
   std::vector<std::uint64_t> numbers;
-  std::uint64_t number = 0;
-  for (const simulation::Event& event : undisturbed.events()) {
+  for (std::uint64_t number = 0; const simulation::Event& event : undisturbed.events()) {
     number += 1;
     if (event.operation != simulation::Operation::read || event.length != 1)
       numbers.push_back(number);

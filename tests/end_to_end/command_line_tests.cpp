@@ -7,10 +7,6 @@ namespace {
 using ::testing::EndsWith;
 using ::testing::StartsWith;
 
-const std::string title =
-    "Quenor Database Creation Tool\n"
-    "---------------------------------------------\n";
-
 const std::string placement = "placement path: \"db\"\n";
 
 using CommandLine = EndToEnd;
@@ -23,7 +19,6 @@ TEST_F(CommandLine, IsCheckedWordByWordBeforeAnythingIsCreated) {
   const std::string overruled =
       "You gave a destination path, but also asked to be \n"
       "asked about everything...  I will ask you about everything then.\n";
-  const std::string no_answer = "Cannot read an answer from standard input\n";
   struct Case {
     std::string arguments;
     int status;
@@ -81,7 +76,7 @@ TEST_F(CommandLine, AsksOnceBeforeItCreatesTheDefaults) {
 }
 
 TEST_F(CommandLine, IsNotEndedByASignalWhenAFileOrItsOutputTakesNoMore) {
-  if (is_windows_program())
+  if (real::under_wine())
     GTEST_SKIP() << "Windows has no such signals";
   const Outcome too_large = run("-d db -f", "", "ulimit -f 2000; ");
   EXPECT_EQ(too_large.status, 1);
@@ -92,7 +87,7 @@ TEST_F(CommandLine, IsNotEndedByASignalWhenAFileOrItsOutputTakesNoMore) {
 
 TEST_F(CommandLine, EndsAtOnceWhenItIsInterruptedAndNamesWhatItLeaves) {
   for (const auto& [signal, status] : {std::pair(SIGINT, 130), {SIGTERM, 143}}) {
-    if (is_windows_program() && signal != SIGINT)
+    if (real::under_wine() && signal != SIGINT)
       continue;
     real::Program tool(real::createdb, "-i -f", large);
     EXPECT_TRUE(tool.shows(growth));

@@ -91,7 +91,7 @@ TEST_F(Creation, LeavesTheDefaultPairTellsItsProgressAndKeepsTheFilesForTheirOwn
   for (const std::string name : {"main.odb", "main.odbj", "main.tsdb"}) {
     dumps += dump(name, lasting(file(name)));
     const auto rights = std::filesystem::status("db/" + name).permissions();
-    EXPECT_TRUE(is_windows_program() || rights == (perms::owner_read | perms::owner_write)) << name;
+    EXPECT_TRUE(real::under_wine() || rights == (perms::owner_read | perms::owner_write)) << name;
   }
   EXPECT_EQ(dumps, transcript("default_pair"));
   const std::uint32_t creation_time = word_at(file("main.tsdb"), 16);

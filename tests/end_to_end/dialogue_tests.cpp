@@ -10,8 +10,6 @@ using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-const std::string no_answer = "Cannot read an answer from standard input\n";
-
 const std::string confirmation = "Is the above information correct?  (y/n): ";
 
 // What a user answers for an external journal of 4 MiB.
@@ -47,7 +45,6 @@ class Dialogue : public EndToEnd {
 
 TEST_F(Dialogue, SaysAllThatItShouldRefusesAnAnswerAndRepeatsTheHalfThatIsNotConfirmed) {
   write_file("file", "");
-  const std::string title = "Quenor Database Creation Tool\n---------------------------------------------\n";
   const std::pair<std::string, std::string> dialogues[] = {
       {"db e db 16 no db e db 4 y\n2 1024 1 db n 2 2048 1 db yes",
        title + transcript("mdb_half", "16") + transcript("mdb_half", "4") + transcript("tsdb_half", "1024") +
@@ -96,7 +93,7 @@ TEST_F(Dialogue, MentionsAJournalFileThatExistsAndLeavesItAlone) {
 }
 
 TEST_F(Dialogue, IsHeldOnATerminalAndEndsAtTheKeyWhateverTheToolWaitsFor) {
-  if (is_windows_program())
+  if (real::under_wine())
     GTEST_SKIP() << "Wine has no console on this terminal";
   const std::string control_c = "\x03", control_d = "\x04";
   const auto nothing = run_on_terminal("-d db", {{confirmation, control_d}});

@@ -13,9 +13,9 @@ using real::Outcome;
 inline const std::string growth = "Initializing database...";
 inline const std::string large = "db i 4 2 1024 128 db ";
 
-inline bool is_windows_program() {
-  return real::windows_build() != nullptr;
-}
+inline const std::string title =
+    "Quenor Database Creation Tool\n---------------------------------------------\n";
+inline const std::string no_answer = "Cannot read an answer from standard input\n";
 
 class EndToEnd : public real::InDirectory {
  protected:

@@ -9,6 +9,7 @@
 #include "metadb/objects/objects.h"
 #include "metadb/storage/journal.h"
 #include "nodemodel/node_lookup.h"
+#include "nodemodel/node_store.h"
 #include "nodemodel/record_reader.h"
 
 namespace fuzz {
@@ -64,12 +65,6 @@ void read_index(std::uint32_t index, Contents& contents) {
 }
 
 }  // namespace
-
-Computer::Computer(const Files& files) {
-  sim.set_free_bytes(256 << 10);
-  for (const auto& [path, bytes] : files)
-    sim.add_file(path, bytes);
-}
 
 Files make_files(const mdb_test::MdbShape& shape) {
   Computer computer;

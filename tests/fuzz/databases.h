@@ -28,7 +28,11 @@ using Files = std::map<std::string, Bytes>;  // by path
 
 // Has these files.
 struct Computer : support::Computer {
-  explicit Computer(const Files& files = {});
+  explicit Computer(const Files& files = {}) {
+    sim.set_free_bytes(256 << 10);
+    for (const auto& [path, bytes] : files)
+      sim.add_file(path, bytes);
+  }
 };
 
 // A pair as a process that died leaves it: of these nodes most of the last ones are in the journal alone.

@@ -4,7 +4,6 @@
 #include <sstream>
 #include <string>
 
-#include "bytes_of_text.h"
 #include "common/bytes.h"
 #include "common/crc32.h"
 #include "inspect/command_line.h"

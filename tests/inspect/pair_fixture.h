@@ -22,7 +22,6 @@
 
 namespace inspect_test {
 
-using inspect::Severity;
 using testing::HasSubstr;
 using FileBytes = mdb_test::Bytes;
 
@@ -78,13 +77,10 @@ struct Pair : support::Computer {
   const mdb_test::MdbShape shape;
 };
 
-// The texts of the findings of a severity.
-inline std::vector<std::string> lines_of(const inspect::Inspection& inspection, Severity severity) {
+inline std::vector<std::string> lines_of(const inspect::Inspection& inspection) {
   std::vector<std::string> lines;
-  for (const inspect::Finding& finding : inspection.report.findings()) {
-    if (finding.severity == severity)
-      lines.push_back(finding.text);
-  }
+  for (const inspect::Finding& finding : inspection.report.findings())
+    lines.push_back(finding.text);
   return lines;
 }
 

@@ -6,7 +6,6 @@
 
 #include "inspect/command_line.h"
 #include "journal_writer.h"
-#include "nodemodel/node_lookup.h"
 
 namespace inspect_test {
 namespace {
@@ -67,7 +66,7 @@ TEST(SoundPair, HasNoFindingsAndIsNotTouched) {
 }
 
 TEST(SoundPair, MayHaveTreesOfSeveralLevels) {
-  Pair pair(1'600, false, 4);
+  const Pair pair(1'600, false, 4);
   const inspect::IndexFacts tree = Pair::inspect().mdb->indexes[0];
   ASSERT_EQ(tree.nodes.back().depth, 2U);
   // In the page each of its boxes stands over its leaves.
@@ -75,19 +74,12 @@ TEST(SoundPair, MayHaveTreesOfSeveralLevels) {
   EXPECT_THAT(page, HasSubstr(text::concat("\"trees\":[[[[0,", tree.leaf_count, ",1,",
                                            tree.nodes.front().key_count, ",")));
   EXPECT_THAT(page, HasSubstr("\"nodes\":{\"node_count\":1600,\"shown\":[[0,"));
-  Pair::open_mdb();
-  // From the middle outwards, so that leaves and nodes in the middle of the trees go.
-  for (std::uint32_t number = 500; number < 1'200; number += 2)
-    mdb::node_erase(mdb::node_find({0, number}).value());
-  mdb_test::close_mdb();
-  EXPECT_EQ(support::expect_sound().mdb->indexes[0].entry_count, 1'250U);
 }
 
 TEST(Journal, MayBeTooShortForItsHeader) {
   Pair pair;
   pair.change("main.odbj", [](FileBytes& file) { file.resize(40); });
-  EXPECT_THAT(lines_of(Pair::inspect(), Severity::damage),
-              Contains(HasSubstr("journal header: found 40 bytes")));
+  EXPECT_THAT(lines_of(Pair::inspect()), Contains(HasSubstr("journal header: found 40 bytes")));
 }
 
 // Files that hold anything at all are looked at with bounded effort. Here nested begin entries all run into
@@ -106,8 +98,7 @@ TEST(Journal, SearchForLaterTransactionsEnds) {
           {{at, bytes::magic("TUPD")}, {at + 4, 20}, {at + 24, bytes::magic("TBEG")}, {at + 32, serial, 8}});
     }
   });
-  EXPECT_THAT(lines_of(support::expect_sound(), Severity::note),
-              Contains(HasSubstr("the last transaction is torn")));
+  EXPECT_THAT(lines_of(support::expect_sound()), Contains(HasSubstr("the last transaction is torn")));
 }
 
 TEST(Program, SaysWhenItsOutputCannotBeWritten) {

@@ -1,5 +1,6 @@
 // Random work on the indexes against a sorted set of rows, with the whole tree proved sound on the way.
 
+#include <random>
 #include <set>
 
 #include "mdb_fixture.h"

@@ -5,17 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <functional>
-#include <map>
-#include <random>
-#include <string>
-#include <utility>
 
-#include "common/text.h"
 #include "metadb/objects/allocator.h"
-#include "metadb/objects/index_search.h"
 #include "metadb/objects/indexes.h"
 #include "metadb/objects/objects.h"
 #include "metadb/storage/block_copy.h"

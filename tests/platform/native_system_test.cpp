@@ -14,7 +14,7 @@
 #include <thread>
 #include <vector>
 
-#include "bytes_of_text.h"
+#include "observe.h"
 #include "platform/platform.h"
 
 namespace {

@@ -22,11 +22,15 @@ inline const char* windows_build() {
   return std::getenv("QUENOR_WINDOWS_BUILD");
 }
 
+inline bool under_wine() {
+  return windows_build() != nullptr;
+}
+
 // Replaces the shell by the program with this path in the build.
 inline std::string command_line(const std::string& name, const std::string& arguments) {
   return "exec " +
-         (windows_build() == nullptr ? "'" QUENOR_BUILD "/" + name + "' "
-                                     : "wine '" + (windows_build() + ("/" + name)) + ".exe' ") +
+         (!under_wine() ? "'" QUENOR_BUILD "/" + name + "' "
+                        : "wine '" + (windows_build() + ("/" + name)) + ".exe' ") +
          arguments;
 }
 
@@ -116,8 +120,8 @@ class InDirectory : public testing::Test {
     std::filesystem::create_directory(directory_);
     std::filesystem::current_path(directory_);
     std::filesystem::create_directory("db");
-    run(createdb,
-        "-h");  // Wine speaks on standard error while it sets itself up, the first time that it runs
+    // Wine speaks on standard error while it sets itself up, the first time that it runs.
+    run(createdb, "-h");
   }
   ~InDirectory() override {
     std::filesystem::current_path("/");

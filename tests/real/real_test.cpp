@@ -74,7 +74,6 @@ class Real : public InDirectory {
 
   const char* given_seed_ = std::getenv("QUENOR_REAL_SEED");
   const std::uint64_t seed_ = given_seed_ != nullptr ? std::strtoull(given_seed_, nullptr, 10) : 1;
-  const bool under_wine_ = windows_build() != nullptr;
   std::mt19937_64 random_{seed_};
   State state_;              // what the database must hold
   std::uint64_t tried_ = 0;  // the number of the last transaction
@@ -84,7 +83,7 @@ class KilledWriter : public Real, public testing::WithParamInterface<char> {};
 
 // What was committed and not yet reported may be there as well. One kill in three aims at the opening.
 TEST_P(KilledWriter, LosesNothingThatItHasReported) {
-  const int kills = under_wine_ ? 10 : QUENOR_KILLS;
+  const int kills = under_wine() ? 10 : QUENOR_KILLS;
   int in_doubt = 0;
   std::uint32_t opening_microseconds = 10'000;
   create_pair(GetParam());
@@ -125,7 +124,7 @@ class FullDisk : public Real {
   static constexpr std::uint64_t pair_bytes = 385 * 8192 + (8 << 20) + (10 << 20);
 
   void SetUp() override {
-    if (under_wine_)
+    if (under_wine())
       GTEST_SKIP() << "Wine's server would not see the disk";
     if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
       GTEST_SKIP() << "this user may not mount a disk";

@@ -11,10 +11,10 @@
 
 #include <iostream>
 #include <optional>
-#include <span>
 
 #include "common/errors.h"
 #include "metadb/storage/journal.h"
+#include "nodemodel/node_store.h"
 #include "observe.h"
 #include "platform/platform.h"
 #include "small_pair.h"
@@ -83,25 +83,20 @@ void fill(const std::string& directory) {
   support::drop_databases();
 }
 
-void run(std::span<char*> words) {
-  const std::string mode = words[1];
-  const std::string directory = words[2];
-  if (mode == "work") {
-    work(directory, std::stoull(words[3]), std::stoull(words[4]), std::stoull(words[5]));
-  } else if (mode == "fill") {
-    fill(directory);
-  } else {
-    std::cout << describe(open(directory));
-  }
-}
-
 }  // namespace
 }  // namespace real
 
-int main(int argc, char** argv) {
+int main(int, char** words) {
   const support::LogCapture log;
+  const std::string mode = words[1], directory = words[2];
   try {
-    real::run(std::span(argv, static_cast<std::size_t>(argc)));
+    if (mode == "work") {
+      real::work(directory, std::stoull(words[3]), std::stoull(words[4]), std::stoull(words[5]));
+    } else if (mode == "fill") {
+      real::fill(directory);
+    } else {
+      std::cout << real::describe(real::open(directory));
+    }
   } catch (const error::Exception& failure) {
     real::say("refused ", failure.full_text());
     return 1;

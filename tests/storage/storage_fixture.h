@@ -9,10 +9,8 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <tuple>
 #include <vector>
 
-#include "bytes_of_text.h"
 #include "common/bytes.h"
 #include "metadb/storage/backing_store.h"
 #include "metadb/storage/block_copy.h"

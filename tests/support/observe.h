@@ -1,9 +1,11 @@
-// What a call says besides what it returns: the lines of the log, and its exception.
+// What a call says besides what it returns: the lines of the log, and its exception; and texts as bytes.
 
 #pragma once
 
 #include <cstddef>
+#include <span>
 #include <string>
+#include <string_view>
 #include <typeinfo>
 #include <utility>
 #include <vector>
@@ -13,6 +15,14 @@
 #include "common/text.h"
 
 namespace support {
+
+inline std::span<const std::byte> bytes_of(std::string_view text) {
+  return std::as_bytes(std::span(text));
+}
+
+inline std::string text_of(std::span<const std::byte> bytes) {
+  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
 
 // Takes the place of the log's output while it lives, and gives back the masks at its end.
 class LogCapture {

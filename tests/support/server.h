@@ -9,7 +9,6 @@
 #include <utility>
 #include <vector>
 
-#include "metadb/objects/objects.h"
 #include "metadb/storage/backing_store.h"
 #include "metadb/storage/buffer_cache.h"
 #include "metadb/storage/journal.h"
@@ -71,11 +70,10 @@ class Server : public Computer {
   }
   void read_all() const {
     EXPECT_EQ(stored(), history_.back());
-    mdb::BlockBuffer scratch;
     std::size_t children_count = 0;
     for (std::uint32_t parent = 0; parent <= max_parent; ++parent) {
-      for (auto child = mdb::node_children({0, parent}); !child.at_end(); child.next(), ++children_count)
-        (void)mdb::object_view(child.reference(), scratch);
+      for (auto child = mdb::node_children({0, parent}); !child.at_end(); child.next())
+        children_count += 1;
     }
     EXPECT_EQ(children_count, history_.back().size());
   }

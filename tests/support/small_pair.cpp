@@ -7,6 +7,7 @@
 #include "metadb/objects/objects.h"
 #include "metadb/storage/buffer_cache.h"
 #include "nodemodel/node_lookup.h"
+#include "nodemodel/node_store.h"
 #include "nodemodel/node_types.h"
 #include "nodemodel/record_format.h"
 #include "nodemodel/record_reader.h"

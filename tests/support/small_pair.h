@@ -16,7 +16,6 @@
 #include "metadb/storage/journal.h"
 #include "metadb/storage/mapped_journal.h"
 #include "metadb/storage/mdb_header.h"
-#include "nodemodel/node_store.h"
 #include "nodemodel/serialization_cache.h"
 #include "observe.h"
 #include "simulation/simulated_system.h"

@@ -1,6 +1,5 @@
 // Time series: their levels, their check IDs, and what of them is in the file.
 
-#include <algorithm>
 #include <array>
 
 #include "timeseries/check_ids.h"
