@@ -162,6 +162,13 @@ TEST_F(FullDisk, FailsWhatNeedsRoomAndNothingElse) {
   }
 }
 
+TEST_F(Real, OfTwoCreationsAtOnceOneMakesThePair) {
+  Program first(createdb, default_pair);
+  Program second(createdb, default_pair);
+  EXPECT_EQ(first.wait().status + second.wait().status, 1);
+  EXPECT_EQ(check().status, 0);
+}
+
 // While one program stands still with its files open.
 TEST_F(Real, AnExternalJournalHasOneOpener) {
   create_pair('e');
