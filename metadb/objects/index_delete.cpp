@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "common/errors.h"
 #include "metadb/objects/index_tree.h"
 
@@ -64,7 +66,7 @@ std::string_view whose_first_key(std::size_t level, std::size_t depth) {
 
 }  // namespace
 
-void leaf_delete_at(NodeHandle& leaf, std::uint32_t position, SearchPath& path) {
+void leaf_delete_at(NodeHandle leaf, std::uint32_t position, SearchPath& path) {
   index_check_leaf(leaf);
   LeafEditor editor(leaf);
   const std::uint32_t count = editor.nkeys();

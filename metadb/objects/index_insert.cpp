@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "common/errors.h"
 #include "metadb/objects/index_search.h"
 #include "metadb/objects/index_tree.h"
@@ -116,15 +118,16 @@ void leaf_insert_simple(NodeHandle& leaf, IndexKey key, ObjectReference data) {
   journal_node(leaf);
 }
 
-void leaf_insert(NodeHandle& leaf, SearchPath& path, IndexKey key, ObjectReference data) {
+void leaf_insert(NodeHandle leaf, SearchPath& path, IndexKey key, ObjectReference data) {
   index_check_leaf(leaf);
   const LeafView view(leaf.bytes());
   const bool is_new_first = comes_first(leaf, key);
   if (view.nkeys() < view.capacity()) {
+    const std::uint32_t block = leaf.block;
     insert_entry(leaf, key, data);
     journal_node(std::move(leaf));
     if (is_new_first)
-      rename_first_key(path, leaf.block, key);
+      rename_first_key(path, block, key);
     return;
   }
   NodeHandle right = split_leaf(leaf);

@@ -1,6 +1,7 @@
 #include "metadb/objects/index_node.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "common/errors.h"
 #include "common/log.h"

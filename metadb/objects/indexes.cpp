@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "common/errors.h"
 #include "common/log.h"
@@ -50,7 +51,7 @@ bool is_at_key(const LeafCursor& cursor, IndexKey key) {
   return !cursor.at_end() && cursor.key() == key;
 }
 
-void store_data(LeafCursor& cursor, ObjectReference data) {
+void store_data(LeafCursor cursor, ObjectReference data) {
   LeafEditor(cursor.leaf).set_data(cursor.position, data);
   journal_node(std::move(cursor.leaf));
 }
@@ -174,12 +175,12 @@ void unique_put(std::uint32_t index, IndexKey key, ObjectReference data, bool mu
       throw error_index_conflict(
           text::concat("Conflict on ID ", key, " previously ", found.data(), " new ", data));
     }
-    store_data(found, data);
+    store_data(std::move(found), data);
   } else {
     if (must_exist)
       throw error_index_noentry(text::concat("Missing entry for ID ", key, " new ", data));
     check_neighbors(found.leaf);
-    leaf_insert(found.leaf, path, key, data);
+    leaf_insert(std::move(found.leaf), path, key, data);
   }
   transaction.end();
 }
@@ -191,7 +192,7 @@ void unique_delete(std::uint32_t index, IndexKey key) {
   LeafCursor found = search_leaf(index, key, path, SearchMode::any);
   if (!is_at_key(found, key))
     throw error_fubar("NodeId index deletion could not find element to delete");
-  leaf_delete_at(found.leaf, found.position, path);
+  leaf_delete_at(std::move(found.leaf), found.position, path);
   transaction.end();
 }
 
@@ -200,7 +201,7 @@ void nonunique_insert(std::uint32_t index, IndexKey key, ObjectReference data) {
   Transaction transaction;
   SearchPath path;
   LeafCursor found = search_leaf(index, key, path, SearchMode::any);
-  leaf_insert(found.leaf, path, key, data);
+  leaf_insert(std::move(found.leaf), path, key, data);
   transaction.end();
 }
 
@@ -221,7 +222,7 @@ void nonunique_update(std::uint32_t index, IndexKey key, ObjectReference old_dat
     ++candidates;
     if (cursor.data() != old_data)
       continue;
-    store_data(cursor, new_data);
+    store_data(std::move(cursor), new_data);
     transaction.end();
     return;
   }
@@ -235,7 +236,7 @@ void nonunique_delete(std::uint32_t index, IndexKey key, ObjectReference data) {
   SearchPath path;
   LeafCursor cursor = search_leaf(index, key, path, SearchMode::first);
   find_for_deletion(index, cursor, path, key, data);
-  leaf_delete_at(cursor.leaf, cursor.position, path);
+  leaf_delete_at(std::move(cursor.leaf), cursor.position, path);
   transaction.end();
 }
 

@@ -46,7 +46,7 @@ ObjectReference write_object(Transaction& transaction, ObjectHandle object, cons
 }
 
 ObjectReference store_new_object_alone(std::uint32_t size, RecordWriter& writer) {
-  ObjectHandle object = object_allocate_handle(size);
+  ObjectHandle object = object_allocate(size);
   const ObjectReference reference = object.reference();
   std::optional<Transaction> transaction;
   try {

@@ -119,11 +119,7 @@ ObjectView object_view(ObjectReference reference, BlockBuffer& scratch) {
   return view;
 }
 
-ObjectReference object_allocate(std::uint32_t size) {
-  return object_allocate_handle(size).reference();
-}
-
-ObjectHandle object_allocate_handle(std::uint32_t size) {
+ObjectHandle object_allocate(std::uint32_t size) {
   ObjectHandle handle = alloc_space(0, size);
   if (!item_of(handle).is_placeholder) {
     throw error_internal(text::concat("Allocation code returned object ", handle.block, ":", handle.offset,

@@ -7,7 +7,7 @@
 #include "common/errors.h"
 #include "common/log.h"
 #include "common/text.h"
-#include "metadb/storage/block_copy.h"
+#include "metadb/storage/block_buffer.h"
 #include "platform/platform.h"
 #include "sync_failure.h"
 #include "write_out.h"
@@ -98,6 +98,7 @@ void backing_sync() {
     throw error_internal("MDB backing store is not open");
   if (!store.file->sync().ok())
     store.sync_failure.fail("sync error on backing store");
+  store.write_out = {};
 }
 
 void throw_if_backing_sync_failed() {

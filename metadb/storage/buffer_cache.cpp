@@ -2,13 +2,13 @@
 
 #include <limits>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "cache_table.h"
 #include "common/assertion.h"
 #include "common/meters.h"
 #include "metadb/storage/backing_store.h"
-#include "metadb/storage/block_copy.h"
 #include "overlay.h"
 #include "running_half.h"
 

@@ -24,7 +24,7 @@
 #include "journal_meters.h"
 #include "journal_state.h"
 #include "metadb/storage/backing_store.h"
-#include "metadb/storage/block_copy.h"
+#include "metadb/storage/block_buffer.h"
 #include "metadb/storage/buffer_cache.h"
 #include "metadb/storage/mapped_journal.h"
 #include "recovery.h"

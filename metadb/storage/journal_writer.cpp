@@ -122,13 +122,14 @@ std::span<std::byte> JournalWriter::claim(std::uint64_t size) {
     position_ += size;
     return checked_range(position_ - size, size);
   }
+  const std::size_t unflushed_bytes = is_flushed_ ? 0 : gathered_bytes_;
+  if (unflushed_bytes + size > gathered_.size())
+    gathered_.resize(unflushed_bytes + size);
   if (is_flushed_) {
     gathered_from_ = position_;
     gathered_bytes_ = 0;
     is_flushed_ = false;
   }
-  if (gathered_bytes_ + size > gathered_.size())
-    gathered_.resize(gathered_bytes_ + size);
   const auto entry = std::span(gathered_).subspan(gathered_bytes_, static_cast<std::size_t>(size));
   gathered_bytes_ += entry.size();
   position_ += size;

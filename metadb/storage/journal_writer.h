@@ -48,8 +48,8 @@ class JournalWriter {
   void move_back(std::uint64_t position);
   void move_back_and_erase(std::uint64_t position);
 
-  // Written bytes, all of one entry. Valid until the next write, and until the end of the transaction as what
-  // was written, whatever becomes of the journal.
+  // Written bytes, all of one entry. Valid until the next write. What is no longer among the gathered bytes
+  // is looked up in the journal.
   std::span<const std::byte> written(std::uint64_t position, std::uint64_t length) const;
   // The entries from `position` to position(), as the journal has them.
   std::span<const std::byte> whole_entries_since(std::uint64_t position);

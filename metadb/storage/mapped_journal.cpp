@@ -84,6 +84,7 @@ void journal_sync() {
     journal.sync_failure.fail(std::string(sync_failed));
   }
   journal.written = false;
+  journal.write_out = {};
   const auto now = platform::system().file_time_now();
   if (!now.ok())
     throw error_io("Cannot convert filetime for journal");

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <exception>
+#include <utility>
 
 #include "common/errors.h"
 #include "journal_walk.h"
 #include "metadb/storage/backing_store.h"
-#include "metadb/storage/block_copy.h"
 #include "metadb/storage/buffer_cache.h"
 #include "metadb/storage/mapped_journal.h"
 #include "overlay.h"

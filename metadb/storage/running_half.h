@@ -23,14 +23,15 @@ void running_half_enter(std::uint64_t serial, std::uint64_t jpos);
 void running_half_count_commit();
 
 // The commit-time pass: hands an update of the transaction that has just been committed to the cache. `data`
-// is what its end entry vouches for: whoever wrote it need not look it up in the journal.
+// is what was written, for which the end entry vouches.
 // Throws std::bad_alloc; then the database must be opened anew.
 void running_half_take(const UpdateRecord& record, std::span<const std::byte> data);
 // The same for an update of a whole block.
 void running_half_take(const UpdateRecord& record, BlockBuffer image);
 
 // Checks what is committed and not yet applied, as running_half_apply does unless this was called before.
-// Throws error_internal "Stale transaction found in running journal".
+// Throws error_internal "Stale transaction found in running journal", error_range for an update past the
+// store's end, error_io when the journal changes meanwhile.
 void running_half_check();
 
 // Syncs the journal where needed and writes what is committed and not yet applied into the store, each

@@ -6,6 +6,8 @@
 //       leaves no open transaction behind.
 //   T4  An abort leaves position, checksum and pending updates as they were at its begin.
 
+#include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "common/assertion.h"
@@ -38,6 +40,10 @@ struct BlockImage {
   std::size_t update;  // its number among the pending ones
   BlockBuffer bytes;
 };
+
+// For no more than these, so that a large transaction takes no memory of its size; the others go by the
+// journal.
+constexpr std::size_t kept_image_bytes = std::size_t{256} << 10;
 
 struct Transactions {
   std::vector<OpenTransaction> open;
@@ -121,6 +127,18 @@ void forget_pending_from(std::size_t update) {
     transactions.images.pop_back();
 }
 
+// The entry of the update, at `entry`, goes when it cannot be listed (T2).
+void add_pending(const UpdateRecord& record, std::uint64_t entry) {
+  const std::size_t count = transactions.pending.size();
+  try {
+    transactions.pending.add(record);
+  } catch (...) {
+    forget_pending_from(count);
+    writer().move_back_and_erase(entry);
+    throw;
+  }
+}
+
 // The commit-time pass over the transaction that has just been committed.
 void hand_over_pending() {
   struct Emptied {
@@ -146,6 +164,8 @@ void end_outermost(bool lazy) {
     return;
   }
   throw_if_journal_unusable();
+  if (writer().position() < begin + format::begin_entry::size)
+    throw_incomplete_update();  // it did not come along into the other half
   if (writer().free() < format::end_entry::size)
     move_to_other_half();
   writer().write_end(transactions.running_crc.value());
@@ -202,10 +222,9 @@ void transaction_update(std::span<const std::byte> data, std::uint64_t offset) {
     throw error_transact("Transaction log full");
   const std::uint64_t start = writer().position();
   const std::uint32_t data_position = writer().write_update(data, offset);
+  if (!data.empty())
+    add_pending({offset, static_cast<std::uint32_t>(data.size()), data_position}, start);
   transactions.running_crc.update(writer().written(start, writer().position() - start));
-  if (!data.empty()) {
-    transactions.pending.add({offset, static_cast<std::uint32_t>(data.size()), data_position});
-  }
 }
 
 void transaction_end(bool lazy) {
@@ -273,7 +292,8 @@ BlockBuffer read_block_copy(std::uint32_t block) {
 
 void write_block_copy(std::uint32_t block, BlockBuffer copy) {
   transaction_update(copy.bytes(), std::uint64_t{block} * block_size());
-  transactions.images.push_back({transactions.pending.size() - 1, std::move(copy)});
+  if (transactions.images.size() * block_size() < kept_image_bytes)
+    transactions.images.push_back({transactions.pending.size() - 1, std::move(copy)});
 }
 
 BlockView view_block_version(std::uint32_t block, BlockBuffer& scratch) {

@@ -141,7 +141,7 @@ TEST(Index, StepsThatWouldBreakTheTreeAreRefused) {
   mdb::SearchPath beyond = path;
   beyond.set_bottom_child(7);
   const std::pair<std::function<void()>, const char*> steps[] = {
-      {[&] { mdb::leaf_delete_at(found->leaf, 9, path); },
+      {[&] { mdb::leaf_delete_at(std::move(found->leaf), 9, path); },
        "internal: Cannot delete index 9 in leaf with 2 elements"},
       {[&] { mdb::internal_insert(none, key, 9); }, "internal: Wanted to insert in index node with no self"},
       {[&] { mdb::internal_delete_child(none, 9); },

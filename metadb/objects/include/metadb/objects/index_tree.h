@@ -18,10 +18,9 @@
 
 namespace mdb {
 
-// Inserts after all entries with the key; a full leaf is split. `path` leads to the leaf, whose handle is of
-// no more use.
+// Inserts after all entries with the key; a full leaf is split. `path` leads to the leaf.
 // Throws error_need_repair, error_fubar "Mismatched left/right pairs found", error_dbnospace.
-void leaf_insert(NodeHandle& leaf, SearchPath& path, IndexKey key, ObjectReference data);
+void leaf_insert(NodeHandle leaf, SearchPath& path, IndexKey key, ObjectReference data);
 
 // The same for a leaf that has room; leaves the separators above alone.
 void leaf_insert_simple(NodeHandle& leaf, IndexKey key, ObjectReference data);
@@ -35,9 +34,9 @@ void internal_insert(SearchPath& path, IndexKey key, std::uint32_t right_child);
 // Throws error_internal for a position past the keys, error_fubar when the order would break.
 void internal_insert_at(NodeHandle& node, IndexKey key, std::uint32_t right_child, std::uint32_t position);
 
-// Removes one entry; a leaf that becomes empty leaves the tree and its block is freed. The handle is of no
-// more use. Throws error_internal "Cannot delete index " for a position past the entries.
-void leaf_delete_at(NodeHandle& leaf, std::uint32_t position, SearchPath& path);
+// Removes one entry; a leaf that becomes empty leaves the tree and its block is freed. Throws error_internal
+// "Cannot delete index " for a position past the entries.
+void leaf_delete_at(NodeHandle leaf, std::uint32_t position, SearchPath& path);
 
 // Removes the child that the path's bottom element entered, which must be `child_block`, from that node.
 // A node left without a child goes the same way; the root stays, empty.

@@ -47,12 +47,10 @@ ObjectHandle object_load(ObjectReference reference);
 // kept.
 ObjectView object_view(ObjectReference reference, BlockBuffer& scratch);
 
-// Carves an object of exactly `size` bytes, header included, out of free space, in transactions of its own.
-// Until something is stored in it, an object that took a whole placeholder still counts as one.
-// Throws error_dbnospace, error_internal "Attempted to allocate an odd-sized object".
-ObjectReference object_allocate(std::uint32_t size);
-// The same, with a handle on the object.
-ObjectHandle object_allocate_handle(std::uint32_t size);
+// Carves an object of exactly `size` bytes, header included, out of free space, in transactions of its own,
+// and returns a handle on it. Until something is stored in it, an object that took a whole placeholder still
+// counts as one. Throws error_dbnospace, error_internal "Attempted to allocate an odd-sized object".
+ObjectHandle object_allocate(std::uint32_t size);
 
 // Cuts an object of `size` bytes off the end of the placeholder at the handle, moves the handle to it and
 // journals the header of what is left, not the object's. A placeholder of that very length stays as it is.

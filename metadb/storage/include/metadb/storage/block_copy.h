@@ -16,8 +16,8 @@ namespace mdb {
 BlockBuffer read_block_copy(std::uint32_t block);
 
 // Records that the whole block shall be what `copy` holds, as transaction_update does and with what it
-// throws. The buffer itself becomes the cached block when the transaction is committed. REQUIRES: it is not
-// empty.
+// throws. When the transaction is committed and the block is cached, the buffer itself may become the cached
+// block. REQUIRES: it is not empty.
 void write_block_copy(std::uint32_t block, BlockBuffer copy);
 
 // The block for looking at only, without a copy where the open transaction has not touched it, else in

@@ -1,12 +1,13 @@
 // The most recently used blocks of the meta database, each as the file holds it with every committed
 // journal update laid over it. Invariants:
 //
-//   C1  A cached block holds committed bytes only, all of them; nothing changes it in place but
-//       cache_apply_update, which a commit calls.
+//   C1  A cached block holds committed bytes only, all of them; nothing changes it but
+//       cache_apply_update and cache_apply_block, which a commit calls.
 //   C2  Every entry of the list but one whose reading failed is named by exactly one slot of the table.
 //   C3  live slots ≤ non-empty slots, and live × 4 ≤ slots after an insertion until the table is at its
 //       largest.
-//   C4  A block's version is new whenever its bytes may be: once it is read, once an update is laid over it.
+//   C4  A block's version is new whenever its bytes may be: once it is read, once an update is laid over it
+//       or takes its place.
 
 #pragma once
 
