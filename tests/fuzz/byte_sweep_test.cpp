@@ -101,6 +101,7 @@ TEST_P(ByteSweep, OfTheJournalMakesNoStateThatNeverWas) {
 constexpr auto key_of = [](const auto& record) { return record.first; };
 
 TEST_P(ByteSweep, OfTheDatabaseIsFoundOutOrHarmless) {
+  ASSERT_TRUE(looks_sound(files_));
   const Records sound = contents_of(files_).value().records;
   const std::size_t most_missing = !files_.contains(journal_path) ? fuzz::unapplied_nodes : 0;
   sweep(files_, mdb_path, [&](const Files& files) {
@@ -118,9 +119,10 @@ INSTANTIATE_TEST_SUITE_P(Shapes, ByteSweep, testing::ValuesIn(fuzz::shapes),
                          [](const auto& shape) { return "Shape" + std::to_string(shape.index); });
 
 TEST(ByteSweepOfTheTimeSeries, EndsWithAVerdict) {
+  const Files sound = fuzz::make_files(fuzz::shapes[0]);
+  ASSERT_TRUE(looks_sound(sound));
   int damaged_count = 0;
-  sweep(fuzz::make_files(fuzz::shapes[0]), support::tsdb_path,
-        [&](const Files& files) { damaged_count += looks_sound(files) ? 0 : 1; });
+  sweep(sound, support::tsdb_path, [&](const Files& files) { damaged_count += looks_sound(files) ? 0 : 1; });
   EXPECT_GT(damaged_count, 0);
 }
 

@@ -63,8 +63,7 @@ class JournalWriter {
       take("begin");
       take("update", numbers);
       take("end");
-    } else if (name ==
-               "tear") {  // breaks the value of the only update of the transaction that was ended last
+    } else if (name == "tear") {  // the value of the only update of the transaction that was ended last
       journal[position - 12] ^= std::byte{1};
     } else if (name == "redirect") {
       put({{bytes::magic("TRED")}, {number(0)}});

@@ -124,6 +124,7 @@ class Session {
 TEST(Sessions, GoAsTold) {
   for (const std::string name : {"damage", "journal", "program"}) {
     const std::string session = expected("sessions/" + name + ".txt");
+    ASSERT_FALSE(session.empty()) << name;
     EXPECT_EQ(Session().play(session), session) << name;
   }
 }

@@ -163,10 +163,14 @@ TEST_F(FullDisk, FailsWhatNeedsRoomAndNothingElse) {
 }
 
 TEST_F(Real, OfTwoCreationsAtOnceOneMakesThePair) {
-  Program first(createdb, default_pair);
-  Program second(createdb, default_pair);
-  EXPECT_EQ(first.wait().status + second.wait().status, 1);
-  EXPECT_EQ(check().status, 0);
+  for (int meeting = 0; meeting < 5; ++meeting) {
+    Program first(createdb, default_pair);
+    Program second(createdb, default_pair);
+    EXPECT_EQ(first.wait().status + second.wait().status, 1);
+    EXPECT_EQ(check().status, 0);
+    std::filesystem::remove_all("db");
+    std::filesystem::create_directory("db");
+  }
 }
 
 // While one program stands still with its files open.

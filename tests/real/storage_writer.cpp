@@ -3,8 +3,8 @@
 //   storage_writer work DIRECTORY SEED FIRST COUNT   the transactions from number FIRST on, then the
 //                                                    orderly end
 //   storage_writer list DIRECTORY                    the nodes that the meta database holds
-//   storage_writer fill DIRECTORY                    what a small server has: thousands of nodes, a new
-//   main.tsdb
+//   storage_writer fill DIRECTORY                    what a small server has: thousands of nodes, and a
+//                                                    new main.tsdb
 //
 // `work` says "open", "done NUMBER" after each transaction, or "failed NUMBER REASON", and "closed". Every
 // line is one write to standard output, so that the death of the process takes back nothing that was said.

@@ -123,7 +123,7 @@ Verdict Machine::admit(Event event) {
       turn_power_off();
     if (fault.lasting || fault.power_fails)
       fault.occurrence = 1;
-    if (fault.transfer_limit) {
+    if (fault.transfer_limit && event.transfers()) {
       verdict.transfer_limit = std::min(verdict.transfer_limit, *fault.transfer_limit);
     } else if (verdict.code == 0) {
       verdict.code = fault.code;

@@ -22,6 +22,10 @@ TEST_F(StoreTest, SizeIsFoundByProbingAndGrowsByAFifthInWholeBlocks) {
   mdb::backing_grow(20);
   EXPECT_EQ(sim.contents(store_path), Bytes(1512 + 19 * 512)) << "up to the block that must be addressable";
   EXPECT_TRUE(logged("Attempting to grow MDB from 1000 bytes to 1512 bytes"));
+  const std::uint64_t grown = mdb::backing_size();
+  sim.set_free_bytes(700);
+  EXPECT_THROW(mdb::backing_grow(30), mdb::error_io);
+  EXPECT_EQ(mdb::backing_size(), grown + 512) << "what was written whole counts";
 }
 
 TEST_F(StoreTest, AccessIsLimitedToTheStoreAndTheJournal) {

@@ -13,6 +13,7 @@
 #include "metadb/storage/buffer_cache.h"
 #include "metadb/storage/journal.h"
 #include "metadb/storage/mapped_journal.h"
+#include "metadb/storage/mdb_header.h"
 #include "nodemodel/node_lookup.h"
 #include "small_pair.h"
 #include "soundness.h"
@@ -36,8 +37,8 @@ class Server : public Computer {
   // A few random changes of nodes, of which some are taken back again. What is thrown by the end itself
   // leaves it open whether the transaction counts.
   void transact(std::uint32_t change_count, bool lazy, bool give_up = false) {
-    try {
-      working_ = history_.back();
+    working_ = history_.back();
+    unless_too_large([&] {
       mdb::Transaction outer;
       for (; change_count > 0; --change_count) {
         const Nodes before = working_;
@@ -51,22 +52,45 @@ class Server : public Computer {
           working_ = before;  // aborted
         }
       }
-      if (give_up)
-        return;
-      in_doubt_ = working_;
-      outer.end(lazy);
-      in_doubt_.reset();
-      if (!lazy && working_ != history_.back())  // a transaction without updates syncs nothing
-        history_.clear();
-      history_.push_back(working_);
-      committed_count_ += 1;
-    } catch (const mdb::error_transact&) {
-      // The half was too small for this one; it has been taken back.
-    } catch (const mdb::error_internal& error) {
-      if (error.message() != "After journal flip; no space for transend.")
+      if (!give_up)
+        end(outer, lazy);
+    });
+  }
+  // One change, in the transactions that the storage makes of it.
+  void change_alone() {
+    working_ = history_.back();
+    unless_too_large([&] {
+      try {
+        change_some_node();
+      } catch (...) {
+        in_doubt_ = working_;
         throw;
-      in_doubt_.reset();
-    }
+      }
+      note_commit();
+    });
+  }
+  // A transaction whose end does not fit into the half that it began in.
+  void move_to_the_other_half() {
+    mdb::journal_flip(false);
+    if (mdb::journal_free() > 10'000)
+      return;  // to fill it takes long
+    transact(1, true);
+    working_ = history_.back();
+    unless_too_large([&] {
+      constexpr std::size_t entry_header = 20, most_bytes = 284, least_entry = 24;
+      mdb::Transaction outer;
+      change_some_node();
+      while (const std::uint32_t free = mdb::journal_free()) {
+        std::vector<std::byte> bytes(std::min(most_bytes, free - entry_header));
+        const std::size_t rest = free - entry_header - bytes.size();
+        if (rest != 0 && rest < least_entry)
+          bytes.resize(bytes.size() - 16);  // so that another one fits there
+        const std::uint64_t anywhere = std::uint64_t{mdb::index_root(0)} * mdb::block_size();
+        mdb::read_bytes_current(bytes, anywhere);
+        mdb::transaction_update(bytes, anywhere);
+      }
+      end(outer, true);
+    });
   }
   void read_all() const {
     EXPECT_EQ(stored(), history_.back());
@@ -95,6 +119,32 @@ class Server : public Computer {
  private:
   static constexpr std::uint32_t max_id = 40;
   static constexpr std::uint32_t max_parent = 6;
+
+  // A half too small for a transaction is no failure: it has been taken back.
+  template <typename Work>
+  void unless_too_large(Work work) {
+    try {
+      work();
+    } catch (const mdb::error_transact&) {
+      in_doubt_.reset();
+    } catch (const mdb::error_internal& error) {
+      if (error.message() != "After journal flip; no space for transend.")
+        throw;
+      in_doubt_.reset();
+    }
+  }
+  void end(mdb::Transaction& transaction, bool lazy) {
+    in_doubt_ = working_;
+    transaction.end(lazy);
+    in_doubt_.reset();
+    if (!lazy && working_ != history_.back())  // a transaction without updates syncs nothing
+      history_.clear();
+    note_commit();
+  }
+  void note_commit() {
+    history_.push_back(working_);
+    committed_count_ += 1;
+  }
 
   void change_some_node() {
     const std::uint32_t id = 1 + up_to(max_id - 1);
@@ -132,15 +182,20 @@ struct ServerStep {
   bool syncs = false;
 };
 inline constexpr ServerStep server_steps[] = {
-    {"Change", [](Server& server) { server.transact(1, true); }},
+    {"Change", [](Server& server) { server.change_alone(); }},
     {"Changes", [](Server& server) { server.transact(1 + server.up_to(3), true); }},
     {"SynchronousEnd", [](Server& server) { server.transact(1 + server.up_to(3), false); }},
     {"ManyChanges", [](Server& server) { server.transact(12, true); }},
+    {"EndInTheOtherHalf", [](Server& server) { server.move_to_the_other_half(); }},
     {"GivenUp", [](Server& server) { server.transact(1 + server.up_to(3), true, true); }},
     {"Flip", [](Server&) { mdb::journal_flip(false); }, true},
     {"FlipWithRedirection", [](Server&) { mdb::journal_flip(true); }, true},
     {"Sync", [](Server&) { mdb::journal_sync(); }, true},
-    {"Second", [](Server& server) { server.sim.advance_microseconds(1'000'000); }},
+    {"ChangeASecondLater",
+     [](Server& server) {
+       server.sim.advance_microseconds(1'000'000);
+       server.transact(1, true);
+     }},
     {"Checkpoint", [](Server&) { mdb::journal_checkpoint(); }},
     {"Growth", [](Server&) { mdb::backing_grow(60); }},
     {"Reading", [](Server& server) { server.read_all(); }},

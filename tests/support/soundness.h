@@ -21,6 +21,7 @@ inline inspect::Inspection expect_sound(std::string_view excused = "\n") {
     EXPECT_TRUE(is_fine) << inspect::name_of(place.file) << ' ' << place.block.value_or(0) << ':'
                          << place.offset << ' ' << text;
   }
+  EXPECT_TRUE(inspection.mdb || inspection.tsdb) << "there is nothing to be sound";
   return inspection;
 }
 

@@ -51,9 +51,9 @@ inline std::uint32_t below(Random& random, std::uint64_t limit) {
 
 // A chain as it stands in the file, found without the code that wrote it.
 struct StoredChain {
+  StoredChain() = default;
   // Follows the chain from its line in the chain table; one whose line has a wrong CRC is empty. A block that
   // is not as it must be is thrown.
-  StoredChain() = default;
   StoredChain(std::span<const std::byte> file, ChainKind kind, std::uint32_t set) {
     const tsdb::ChainTraits& traits = tsdb::chain_traits[tsdb::kind_index(kind)];
     const std::uint64_t block_size = bytes::load_u32(file, 8), set_count = bytes::load_u32(file, 20);

@@ -52,12 +52,12 @@ struct Fault {
   std::uint64_t occurrence = 1;
   // Whether all that follow are disturbed as well.
   bool lasting = false;
-  // The code to fail with; not used when a transfer limit is set.
+  // The code to fail with.
   std::uint32_t code = 5;
   // The power goes at this moment, so that it and all that follow fail, too. What the medium has received by
   // then is for power_cut() to say, which must come next.
   bool power_fails = false;
-  // Instead of failing, a read or write succeeds with at most this many bytes.
+  // Instead of failing, a read or write succeeds with at most this many bytes; others fail all the same.
   std::optional<std::size_t> transfer_limit{};
 };
 
@@ -68,6 +68,7 @@ struct Event {
   std::uint64_t position = 0;  // in the file, of reads, writes and maps
   std::uint64_t length = 0;
 
+  bool transfers() const { return operation == Operation::read || operation == Operation::write; }
   bool matches(Operation wanted, std::string_view path_end) const {
     return (wanted == Operation::any || wanted == operation) && path.ends_with(path_end);
   }

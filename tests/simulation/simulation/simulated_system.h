@@ -72,6 +72,8 @@ class SimulatedSystem : public platform::System {
   // The power goes, unless it is gone, and comes back. Every open file and mapping is dead afterwards: its
   // operations fail with EBADF, its stores reach nothing, its locks are gone. Faults stay.
   void power_cut(Policy policy) { machine_->power_cut(policy); }
+  // False from a fault that takes the power until the power cut.
+  bool has_power() const { return !machine_->power_is_off; }
 
   // From now on, at each operation, changed sectors of mappings may reach the cache of the medium as they
   // are at that moment (a coin is thrown for each from this seed), so that a later power cut can leave a
