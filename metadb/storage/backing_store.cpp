@@ -138,7 +138,9 @@ void byte_write(std::span<const std::byte> bytes, std::uint64_t offset, bool all
   if (done.value() != bytes.size()) {
     throw error_io(text::concat("Could not byte-write: written=", done.value(), " byte_len=", bytes.size()));
   }
-  store.write_out.wrote(*store.file, bytes.size());
+  // Growth and recovery write in the order of the file, which the system writes out best by itself.
+  if (!allow_beyond_end)
+    store.write_out.wrote(*store.file, bytes.size());
 }
 
 void backing_grow(std::uint32_t block) {
