@@ -14,7 +14,7 @@ namespace security::crc32_variants {
 
 // `Lanes` has what the instructions of one width are: their Register, `load`, `added` for a register with a
 // number added to its first bytes, `movers` for the constants in every lane, and `folded`. It is a type of
-// the file that is compiled for them, so that nothing made from here can run elsewhere.
+// the file that is compiled for them, so that what is made from here stays there.
 template <typename Lanes>
 class WideFolding {
  public:

@@ -4,8 +4,7 @@
 //   W1  No byte of the journal makes a state that never was: what is read is what some number of the
 //       transactions in it leave behind.
 //   W2  A pair in which the inspection finds nothing wrong opens, and every record in it can be read: all
-//   that were
-//       there, but for the last transactions of a journal that was hit.
+//       that were there, but for the last transactions of a journal that was hit.
 //
 // Takes every 31st byte, or QUENOR_SWEEP_STRIDE=1 each of them.
 
