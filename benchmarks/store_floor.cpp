@@ -18,12 +18,6 @@
 namespace bench {
 namespace {
 
-constexpr std::size_t object_bytes = 268;  // a node with a text of 200 bytes
-constexpr std::size_t nodes_in_leaf = 340;
-constexpr std::size_t nodes_in_block = block_bytes / object_bytes;
-constexpr std::size_t space_transaction = 16 + 24 + 24 + 8;  // begin, two headers, end
-constexpr std::size_t node_transaction_rest = 16 + 8;
-constexpr std::size_t freed_header = 24;
 // A file is created in pieces of this size, which the system then keeps its pages in.
 constexpr std::size_t created_at_once = 4096;
 constexpr std::size_t written_out_at_once = std::size_t{1} << 20;
@@ -72,12 +66,12 @@ class File {
 
 class Floor {
  public:
-  Floor(const StoreSettings& settings, std::size_t node_count)
-      : journal_file_(settings.directory / "floor.odbj", settings.journal_bytes),
+  Floor(const StoreSettings& settings, const Trace& trace)
+      : trace_(trace),
+        journal_file_(settings.directory / "floor.odbj", settings.journal_bytes),
         store_(settings.directory / "floor.odb", std::uint64_t{first_data_block + 128} * block_bytes),
         images_(std::size_t{64} << 20),
-        half_(settings.journal_bytes / 2),
-        node_count_(node_count) {
+        half_(settings.journal_bytes / 2) {
     void* view =
         ::mmap(nullptr, settings.journal_bytes, PROT_READ, MAP_SHARED, journal_file_.descriptor(), 0);
     check(view != MAP_FAILED);
@@ -87,51 +81,57 @@ class Floor {
   Floor(const Floor&) = delete;
   Floor& operator=(const Floor&) = delete;
 
-  void store(std::size_t number) {
-    take_space(number);
-    change_leaf(0, scrambled(number), number);
-    change_leaf(1, scrambled(number / 20), number);
-    change_object(number);
-    append(image(number), node_transaction_rest);
-    end_transaction();
+  void operation(std::size_t number) {
+    trace_.for_each_transaction(number, [this](std::span<const Change> changes) {
+      if (is_time_to_flip())
+        flip();
+      append(image(0), mdb::format::begin_entry::size);
+      for (const Change& change : changes)
+        append_update(change);
+      end_transaction();
+      sync_and_apply_when_due();
+    });
   }
-
-  // An object that no longer fits moves to the end: `place` is any number below those stored, `number` one
-  // more than the last.
-  void move(std::size_t place, std::size_t number) {
-    take_space(number);
-    change_leaf(0, scrambled(place), node_count_);
-    change_leaf(1, scrambled(place / 20), node_count_);
-    change_object(number);
-    append(image(place), freed_header);
-    changed_[make_room(first_object_block() + place / nodes_in_block) * block_bytes] = {block_bytes, 0};
-    append(image(number), node_transaction_rest);
-    end_transaction();
-  }
-
-  void flip() {
-    sync_journal();
-    for (const auto& [position, length_and_source] : changed_)
-      store_.write(journal_.subspan(length_and_source.second, length_and_source.first), position);
-    changed_.clear();
-    store_.flush();
-    in_second_half_ = !in_second_half_;
-    written_out_ = position_ = in_second_half_ ? half_ : 48;
-    journal_file_.write({image(position_), 16}, 16);
-    sync_journal();
+  void sync_journal() {
+    journal_file_.flush();
+    journal_file_.stamp();
   }
 
  private:
-  void take_space(std::size_t number) {
-    if (is_time_to_flip())
-      flip();
-    append(image(number), space_transaction);
-    end_transaction();
-  }
+  // What the journal's entries since the last apply change within a block.
+  struct Range {
+    std::size_t start = block_bytes;
+    std::size_t end = 0;
+    std::size_t source = 0;  // in the journal
+  };
+
   // The journal's own rule, whose product wraps.
   bool is_time_to_flip() const {
     const auto free = static_cast<std::uint32_t>((in_second_half_ ? 2 * half_ : half_) - position_);
     return free * 100U < half_ * 25;
+  }
+  void flip() {
+    sync_journal();
+    apply();
+    store_.flush();
+    in_second_half_ = !in_second_half_;
+    written_out_ = position_ = in_second_half_ ? half_ : mdb::format::journal_header_size;
+    journal_file_.write({image(position_), mdb::format::index_pointer::size},
+                        mdb::format::journal_header::pointers);
+    sync_journal();
+  }
+  void sync_and_apply_when_due() {
+    if (last_sync_.seconds() < 1)
+      return;
+    last_sync_ = {};
+    sync_journal();
+    apply();
+  }
+  void apply() {
+    for (const auto& [block, range] : changed_)
+      store_.write(journal_.subspan(range.source, range.end - range.start),
+                   block * block_bytes + range.start);
+    changed_.clear();
   }
   const std::byte* image(std::uint64_t number) const {
     return &images_[scrambled(number) % (images_.size() / block_bytes) * block_bytes];
@@ -140,7 +140,22 @@ class Floor {
     transaction_.insert(transaction_.end(), bytes, bytes + length);
     return position_ + transaction_.size() - length;
   }
+  void append_update(const Change& change) {
+    const std::uint64_t block = change.target / block_bytes;
+    const std::byte* const bytes = image(block);
+    append(bytes, mdb::format::update_entry::data);
+    const std::size_t source = append(bytes, change.length);
+    append(bytes,
+           mdb::format::update_entry_size(change.length) - mdb::format::update_entry::data - change.length);
+    make_room(block);
+    Range& range = changed_[block];
+    const std::size_t start = change.target % block_bytes;
+    range.start = std::min(range.start, start);
+    range.end = std::max(range.end, start + change.length);
+    range.source = std::min(source, journal_.size() - block_bytes);
+  }
   void end_transaction() {
+    append(image(0), mdb::format::end_entry::size);
     const std::uint32_t sum = security::crc32(transaction_);
     std::memcpy(&transaction_[transaction_.size() - sizeof sum], &sum, sizeof sum);
     journal_file_.write(transaction_, position_);
@@ -151,70 +166,45 @@ class Floor {
     journal_file_.start_flush(written_out_, position_ - written_out_);
     written_out_ = position_;
   }
-  void change_leaf(std::uint64_t index, std::uint64_t place, std::size_t number) {
-    const std::uint64_t leaf = place % (1 + number / nodes_in_leaf);
-    change_block(2 + 2 * leaf + index, place);
-  }
-  void change_block(std::uint64_t block, std::uint64_t place) {
-    append(image(place), mdb::format::update_entry::data);
-    const std::size_t source = append(image(place + 1), block_bytes);
-    append(image(place), 4);  // an entry ends at a multiple of 8
-    changed_[make_room(block) * block_bytes] = {block_bytes, source};
-  }
-  void change_object(std::size_t number) {
-    append(image(number), mdb::format::update_entry::data);
-    const std::size_t source = append(image(number + 1), object_bytes);
-    const std::uint64_t block = make_room(first_object_block() + number / nodes_in_block) * block_bytes;
-    const std::size_t place = number % nodes_in_block;
-    // One write of all that lies side by side.
-    const auto before = changed_.find(block);
-    const std::size_t length = place == 0 || before == changed_.end() ? 0 : before->second.first;
-    changed_[block] = {length + object_bytes, std::min(source, journal_.size() - block_bytes)};
-  }
-  std::uint64_t first_object_block() const { return 4 + 2 * node_count_ / nodes_in_leaf; }
-  std::uint64_t make_room(std::uint64_t block) {
-    block += first_data_block;
+  void make_room(std::uint64_t block) {
     if (const std::uint64_t end = (block + 1) * block_bytes; end > store_.size())
       store_.grow_to(std::max(end, store_.size() + store_.size() / 5));
-    return block;
-  }
-  void sync_journal() {
-    journal_file_.flush();
-    journal_file_.stamp();
   }
 
+  const Trace& trace_;
   File journal_file_;
   File store_;
   std::vector<std::byte> images_;
   std::span<const std::byte> journal_;
   std::size_t half_;
-  std::size_t node_count_;
-  std::size_t position_ = 48;
-  std::size_t written_out_ = 48;
+  std::size_t position_ = mdb::format::journal_header_size;
+  std::size_t written_out_ = mdb::format::journal_header_size;
   std::vector<std::byte> transaction_;
   bool in_second_half_ = false;
-  // By the position in the file: how many bytes, and where in the journal.
-  std::map<std::uint64_t, std::pair<std::size_t, std::size_t>> changed_;
+  Clock last_sync_;
+  std::map<std::uint64_t, Range> changed_;  // by block
 };
 
 }  // namespace
 
-Outcome store_at_the_floor(const StoreSettings& settings, std::size_t node_count) {
-  Floor floor(settings, node_count);
-  Outcome outcome = timed_operations(node_count, 1, [&](std::size_t i) { floor.store(i); });
+Outcome operations_at_the_floor(const StoreSettings& settings, const Trace& trace, std::size_t untimed,
+                                std::size_t timed) {
+  Floor floor(settings, trace);
+  for (std::size_t i = 0; i < untimed; ++i)
+    floor.operation(i);
+  const Clock whole;
+  Outcome outcome = timed_operations(timed, 1, [&](std::size_t i) { floor.operation(untimed + i); });
+  floor.sync_journal();
+  outcome.figure = static_cast<double>(timed) / whole.seconds() / 1000;
   return outcome;
 }
 
-Outcome move_at_the_floor(const StoreSettings& settings, std::size_t node_count, std::size_t moves) {
-  Floor floor(settings, node_count);
-  for (std::size_t i = 0; i < node_count; ++i)
-    floor.store(i);
-  return timed_operations(moves, 1,
-                          [&](std::size_t i) { floor.move(scrambled(i) % node_count, node_count + i); });
-}
-
 Outcome overwrite_and_flush(const StoreSettings& settings, std::size_t node_count, bool stamp) {
-  constexpr std::size_t journal_bytes_each = 2 * (block_bytes + 24) + object_bytes + 20 + 24;
+  // One transaction: two headers in a data block, two leaves and a node with a text of 200 bytes.
+  constexpr std::size_t journal_bytes_each =
+      mdb::format::begin_entry::size + 2 * mdb::format::update_entry_size(4) +
+      2 * mdb::format::update_entry_size(block_bytes) + mdb::format::update_entry_size(268) +
+      mdb::format::end_entry::size;
   const File file(settings.directory / "floor", settings.journal_bytes);
   const std::vector<std::byte> bytes(journal_bytes_each, std::byte{1});
   return timed_operations(node_count, 1, [&](std::size_t i) {

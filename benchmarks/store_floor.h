@@ -5,13 +5,14 @@
 
 #include "measure.h"
 #include "store.h"
+#include "store_trace.h"
 
 namespace bench {
 
-Outcome store_at_the_floor(const StoreSettings& settings, std::size_t node_count);
-
-// Moves random ones of `node_count` stored nodes, as a text that has outgrown its object asks for.
-Outcome move_at_the_floor(const StoreSettings& settings, std::size_t node_count, std::size_t moves);
+// Writes what the operations of a trace wrote into a store that was new; the first `untimed` of them before
+// the clock starts.
+Outcome operations_at_the_floor(const StoreSettings& settings, const Trace& trace, std::size_t untimed,
+                                std::size_t timed);
 
 // Overwrites and flushes as many bytes as a synchronous store puts into the journal, and stamps the file
 // after each flush when the journal's own rule is wanted.

@@ -5,6 +5,7 @@
 #include "common/text.h"
 #include "store.h"
 #include "store_floor.h"
+#include "store_trace.h"
 #include "workloads.h"
 
 namespace bench {
@@ -32,6 +33,10 @@ std::string label(const Engine& engine, bool synchronous) {
 
 constexpr Engine quenor = {"Quenor", "lazy", "synchronous", open_quenor};
 
+void rewrite_larger(Store& store, std::uint64_t number, std::size_t) {
+  store.rewrite({id_of(number), id_of(number / children_each), larger_text});
+}
+
 void fill(Store& store, std::size_t count) {
   for (std::size_t i = 0; i < count; ++i)
     store.store(node_at(i));
@@ -53,17 +58,38 @@ Contestant storing(const Options& options, const Engine& engine, const StoreSett
           [=] { return store_nodes(options, engine.open, settings, count); }, target};
 }
 
+// What `count` stores write, and after them `rewrites` of nodes that outgrow their objects.
+Trace traced(const Options& options, StoreSettings settings, std::size_t count, std::size_t rewrites) {
+  settings.directory = fresh_directory(options, "store");
+  const auto store = open_quenor(settings);
+  TraceRecorder recorder;
+  for (std::size_t i = 0; i < count; ++i) {
+    store->store(node_at(i));
+    recorder.end_operation();
+  }
+  for (std::size_t i = 0; i < rewrites; ++i) {
+    rewrite_larger(*store, scrambled(i) % count, i);
+    recorder.end_operation();
+  }
+  return recorder.trace();
+}
+
+Contestant at_the_floor(const Options& options, const StoreSettings& settings, std::size_t count,
+                        std::size_t rewrites) {
+  const auto run = [=, &options, trace = traced(options, settings, count, rewrites)] {
+    StoreSettings floor_settings = settings;
+    floor_settings.directory = fresh_directory(options, "store");
+    return rewrites == 0 ? operations_at_the_floor(floor_settings, trace, 0, count)
+                         : operations_at_the_floor(floor_settings, trace, count, rewrites);
+  };
+  return {"floor", run, at_least(0.8)};
+}
+
 void store_of(const Options& options, std::size_t count, std::uint64_t journal_bytes, bool beside_peers) {
   const StoreSettings settings{.journal_bytes = journal_bytes};
   std::vector<Contestant> contestants = {
       {"Quenor", [=] { return store_nodes(options, open_quenor, settings, count); }},
-      {"floor",
-       [=] {
-         StoreSettings floor_settings = settings;
-         floor_settings.directory = fresh_directory(options, "store");
-         return store_at_the_floor(floor_settings, count);
-       },
-       at_least(0.8)},
+      at_the_floor(options, settings, count, 0),
   };
   if (beside_peers) {
     contestants.push_back(storing(options, sqlite, settings, count, at_least(2)));
@@ -232,18 +258,10 @@ void run_rewrite(const Options& options) {
           {.name = "rewrite, larger,",
            .stored = usual_store(options),
            .operations = operations,
-           .operation =
-               [](Store& store, std::uint64_t random, std::size_t) {
-                 store.rewrite({id_of(random), id_of(random / children_each), larger_text});
-               },
+           .operation = rewrite_larger,
            .undo = [](Store& store, std::uint64_t random, std::size_t) { store.rewrite(node_at(random)); }},
           {{sqlite, at_least(1)}, {lmdb, {}}, {rocksdb, {}}},
-          Contestant{"floor",
-                     [&options, operations] {
-                       return move_at_the_floor({.directory = fresh_directory(options, "floor")},
-                                                usual_store(options), operations);
-                     },
-                     at_least(0.8)});
+          at_the_floor(options, {}, usual_store(options), operations));
 }
 
 void run_free(const Options& options) {
