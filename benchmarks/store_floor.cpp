@@ -85,7 +85,7 @@ class Floor {
     trace_.for_each_transaction(number, [this](std::span<const Change> changes) {
       if (is_time_to_flip())
         flip();
-      append(image(0), mdb::format::begin_entry::size);
+      append(&journal_[position_], mdb::format::begin_entry::size);
       for (const Change& change : changes)
         append_update(change);
       end_transaction();
@@ -145,7 +145,8 @@ class Floor {
     const std::byte* const bytes = image(block);
     append(bytes, mdb::format::update_entry::data);
     const std::size_t source = append(bytes, change.length);
-    append(bytes,
+    // What follows the data up to the next entry is never written: what stands there stays.
+    append(&journal_[position_ + transaction_.size()],
            mdb::format::update_entry_size(change.length) - mdb::format::update_entry::data - change.length);
     make_room(block);
     Range& range = changed_[block];
