@@ -114,8 +114,10 @@ bool JournalWriter::strike_out_stale_begins() {
 
 std::span<std::byte> JournalWriter::claim(std::uint64_t size) {
   check_range(position_, size);
-  if (gathered_bytes_ + size > gathered_limit)
+  if (!is_flushed_ && gathered_bytes_ + size > gathered_limit) {
+    sum_up();
     flush();
+  }
   journal_meters::bytes.increment(size);
   if (size > gathered_limit) {
     forget_gathered();
@@ -150,6 +152,22 @@ void JournalWriter::flush() {
   is_flushed_ = true;
 }
 
+void JournalWriter::sum_up() {
+  const std::uint64_t from = gathered_bytes_ == 0 ? position_ : std::max(summed_to_, gathered_from_);
+  const auto flushed = journal_bytes().first(static_cast<std::size_t>(from));
+  sum_.update(flushed.subspan(static_cast<std::size_t>(summed_to_)));
+  sum_.update(written(from, position_ - from));
+  summed_to_ = position_;
+}
+
+void JournalWriter::return_to(std::uint64_t position) {
+  position_ = position;
+  if (position_ >= summed_to_)
+    return;
+  sum_.reset();
+  summed_to_ = begin_;
+}
+
 void JournalWriter::forget_gathered() {
   gathered_bytes_ = 0;
   is_flushed_ = true;
@@ -161,6 +179,8 @@ void JournalWriter::look_for_begins(std::span<const std::byte> entries) {
 }
 
 void JournalWriter::write_begin() {
+  sum_.reset();
+  begin_ = summed_to_ = position_;
   const auto entry = claim(format::begin_entry::size);
   constexpr std::size_t kept_size = format::begin_entry::serial - format::begin_entry::unwritten;
   bytes::copy(unwritten(entry.size(), format::begin_entry::unwritten, kept_size),
@@ -185,10 +205,11 @@ std::uint32_t JournalWriter::write_update(std::span<const std::byte> data, std::
   return static_cast<std::uint32_t>(start + format::update_entry::data);
 }
 
-void JournalWriter::write_end(std::uint32_t crc) {
+void JournalWriter::write_end() {
+  sum_up();
   const auto entry = claim(format::end_entry::size);
   bytes::store_u32(entry, 0, format::end_entry::magic_word);
-  bytes::store_u32(entry, format::end_entry::crc, crc);
+  bytes::store_u32(entry, format::end_entry::crc, sum_.value());
   try {
     flush();
   } catch (...) {
@@ -218,7 +239,7 @@ void JournalWriter::move_back(std::uint64_t position) {
   if (!journal_has_failed())
     flush();
   forget_gathered();
-  position_ = position;
+  return_to(position);
 }
 
 void JournalWriter::move_back_and_erase(std::uint64_t position) {
@@ -229,7 +250,7 @@ void JournalWriter::move_back_and_erase(std::uint64_t position) {
   }
   if (!journal_has_failed())
     std::ranges::fill(checked_range(position, position_ - position), std::byte{0});
-  position_ = position;
+  return_to(position);
 }
 
 std::span<const std::byte> JournalWriter::written(std::uint64_t position, std::uint64_t length) const {

@@ -7,6 +7,7 @@
 #include <span>
 #include <vector>
 
+#include "common/crc32.h"
 #include "metadb/storage/journal_format.h"
 
 namespace mdb {
@@ -33,11 +34,12 @@ class JournalWriter {
   // Strikes out what would read as a transaction of the next serial in the other half; true if anything was.
   bool strike_out_stale_begins();
 
+  // Starts a transaction, and its checksum.
   void write_begin();
   // Returns the position of the data within the journal.
   std::uint32_t write_update(std::span<const std::byte> data, std::uint64_t target);
   // Brings the whole transaction into the journal. What fails leaves position() as it was before the call.
-  void write_end(std::uint32_t crc);
+  void write_end();
   // Points to the first entry of the other half; the position does not advance.
   void write_redirection();
   // Writes entries that are already in their stored form.
@@ -61,6 +63,9 @@ class JournalWriter {
   std::span<const std::byte> unwritten(std::size_t entry_size, std::size_t from, std::size_t length) const;
   // Brings what is gathered into the journal.
   void flush();
+  // Brings the checksum up to position().
+  void sum_up();
+  void return_to(std::uint64_t position);
   void forget_gathered();
   // Takes note when written bytes could be read as a begin entry.
   void look_for_begins(std::span<const std::byte> entries);
@@ -68,6 +73,11 @@ class JournalWriter {
   unsigned half_ = 0;
   std::uint64_t serial_ = 0;
   std::uint64_t position_ = 0;
+  // The checksum of the transaction's bytes up to a position. It lags behind, as one pass over what is
+  // gathered costs less than one for each entry.
+  security::Crc32 sum_;
+  std::uint64_t begin_ = 0;
+  std::uint64_t summed_to_ = 0;
   // Whether bytes in a half, of whatever origin, may read as a begin entry of a serial yet to come. Data is
   // looked at while it is written, as it is in the processor's cache then, and the half not again when it is
   // entered.

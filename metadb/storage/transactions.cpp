@@ -4,7 +4,7 @@
 //   T2  `pending` lists those updates in order; nobody but private copies sees them.
 //   T3  An outermost transaction is committed exactly when its end entry is written; what fails after that
 //       leaves no open transaction behind.
-//   T4  An abort leaves position, checksum and pending updates as they were at its begin.
+//   T4  An abort leaves position and pending updates as they were at its begin.
 
 #include <algorithm>
 #include <utility>
@@ -31,7 +31,6 @@ namespace {
 
 struct OpenTransaction {
   std::uint64_t begin;        // write position at its begin
-  security::Crc32 crc;        // of the outermost transaction's entries before it
   std::size_t pending_count;  // updates before it
 };
 
@@ -47,7 +46,6 @@ constexpr std::size_t kept_image_bytes = std::size_t{256} << 10;
 
 struct Transactions {
   std::vector<OpenTransaction> open;
-  security::Crc32 running_crc;
   UpdateIndex pending;
   std::vector<BlockImage> images;  // in the order of their updates
 };
@@ -78,9 +76,7 @@ void begin_outermost() {
   const std::uint64_t begin = writer().position();
   transactions.open.reserve(1);  // T1: nothing may fail between the entry and its record
   writer().write_begin();
-  transactions.running_crc.reset();
-  transactions.open.push_back({begin, transactions.running_crc, 0});
-  transactions.running_crc.update(writer().written(begin, format::begin_entry::size));
+  transactions.open.push_back({begin, 0});
 }
 
 // The outermost transaction's updates, with a begin of the new serial, at the start of the half that has just
@@ -94,8 +90,6 @@ void write_again(std::span<const std::byte> updates, std::uint64_t old_begin) {
   }
   writer().write_begin();
   writer().write_raw(updates);
-  transactions.running_crc.reset();
-  transactions.running_crc.update(writer().whole_entries_since(outermost.begin));
   transactions.pending.move_data(static_cast<std::int64_t>(outermost.begin) -
                                  static_cast<std::int64_t>(old_begin));
 }
@@ -168,7 +162,7 @@ void end_outermost(bool lazy) {
     throw_incomplete_update();  // it did not come along into the other half
   if (writer().free() < format::end_entry::size)
     move_to_other_half();
-  writer().write_end(transactions.running_crc.value());
+  writer().write_end();
   running_half_count_commit();
   journal_meters::commits.increment();
   transactions.open.clear();  // T3
@@ -209,7 +203,7 @@ void transaction_begin() {
   if (!transaction_is_open()) {
     begin_outermost();
   } else {
-    transactions.open.push_back({writer().position(), transactions.running_crc, transactions.pending.size()});
+    transactions.open.push_back({writer().position(), transactions.pending.size()});
   }
 }
 
@@ -224,7 +218,6 @@ void transaction_update(std::span<const std::byte> data, std::uint64_t offset) {
   const std::uint32_t data_position = writer().write_update(data, offset);
   if (!data.empty())
     add_pending({offset, static_cast<std::uint32_t>(data.size()), data_position}, start);
-  transactions.running_crc.update(writer().written(start, writer().position() - start));
 }
 
 void transaction_end(bool lazy) {
@@ -246,7 +239,6 @@ void transaction_abort() {
   transactions.open.pop_back();
   if (journal_is_mapped())
     writer().move_back_and_erase(innermost.begin);  // T4
-  transactions.running_crc = innermost.crc;
   forget_pending_from(innermost.pending_count);
   journal_meters::aborts.increment();
   call(hooks.aborted);

@@ -1,5 +1,6 @@
 // The journal's bytes, what is due when, and what its limits and failures say.
 
+#include "common/text.h"
 #include "storage_fixture.h"
 
 namespace {
@@ -131,6 +132,34 @@ TEST_F(JournalTest, WhatCannotBeWrittenStaysFailed) {
       EXPECT_EQ(thrown_by([] { mdb::journal_flip(false); }), thrown);
     EXPECT_EQ(thrown_by([] { mdb::transaction_begin(); }), thrown);
     drop_databases();
+  }
+}
+
+TEST_F(JournalTest, WhatIsAbortedLeavesTheChecksumOfTheRestWhole) {
+  create(1'048'576, 4'194'304);
+  // Up to entries and transactions that do not wait in memory for their end.
+  for (const auto& [entries, length] : {std::pair{1U, 100U}, {5U, 100'000U}, {1U, 300'000U}}) {
+    for (const bool is_last : {true, false}) {
+      open();
+      const std::string kept =
+          text::concat("kept beside ", entries, " of ", length, is_last ? " at the end" : "");
+      {
+        mdb::Transaction whole;
+        write(kept, 0);
+        {
+          const mdb::Transaction aborted;
+          for (unsigned i = 0; i < entries; ++i)
+            write(std::string(length, 'x'), 0);
+        }
+        if (!is_last)
+          write(std::string(length, 'y'), 512);
+        whole.end();
+      }
+      drop_databases();
+      open();
+      EXPECT_EQ(in_file(0, kept.size()), kept);
+      drop_databases();
+    }
   }
 }
 
