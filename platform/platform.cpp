@@ -20,6 +20,10 @@ Status Mapping::write(std::size_t offset, std::span<const std::byte> source) {
   return {};
 }
 
+void Mapping::read(std::size_t offset, std::span<std::byte> destination) {
+  std::ranges::copy(view().subspan(offset, destination.size()), destination.begin());
+}
+
 void File::start_sync() {}
 
 System& system() {

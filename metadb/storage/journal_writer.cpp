@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <utility>
 
 #include "common/errors.h"
 #include "common/text.h"
@@ -19,6 +20,10 @@ format::JournalGeometry geometry() {
 // What is gathered before it is written, so that a large transaction takes no memory of its size.
 constexpr std::size_t gathered_limit = std::size_t{256} << 10;
 
+// How much is searched between two calls of the system: few calls, and it stays in the processor's cache.
+constexpr std::size_t searched_at_once = std::size_t{256} << 10;
+static_assert(searched_at_once % format::entry_alignment == 0);
+
 void check_range(std::uint64_t position, std::uint64_t size) {
   const std::size_t length = journal_bytes().size();
   if (size > length || position > length - size)
@@ -31,10 +36,10 @@ std::span<std::byte> checked_range(std::uint64_t position, std::uint64_t size) {
                                            static_cast<std::size_t>(size));
 }
 
-// The position of the first begin entry's magic from `at` on, at the distance of whole entries; `end` if
+// The place of the first begin entry's magic from `at` on, at the distance of whole entries; `end` if
 // there is none. The compiler makes vector instructions of the inner loop, as a half is large and mostly free
 // of them.
-std::size_t find_begin(std::span<const std::byte> journal, std::size_t at, std::size_t end) {
+std::size_t find_begin(std::span<const std::byte> entries, std::size_t at, std::size_t end) {
   constexpr std::size_t words_at_once = 64;
   std::uint32_t pattern = 0;
   bytes::store_u32(std::as_writable_bytes(std::span(&pattern, 1)), 0, format::begin_entry::magic_word);
@@ -42,16 +47,36 @@ std::size_t find_begin(std::span<const std::byte> journal, std::size_t at, std::
     std::uint32_t found = 0;
     for (std::size_t i = 0; i < words_at_once; ++i) {
       std::uint32_t word;
-      std::memcpy(&word, &journal[at + i * sizeof word], sizeof word);
+      std::memcpy(&word, &entries[at + i * sizeof word], sizeof word);
       found += word == pattern ? 1U : 0U;
     }
     if (found != 0)
       break;
     at += words_at_once * sizeof pattern;
   }
-  while (at < end && bytes::load_u32(journal, at) != format::begin_entry::magic_word)
+  while (at < end && bytes::load_u32(entries, at) != format::begin_entry::magic_word)
     at += format::entry_alignment;
   return std::min(at, end);
+}
+
+// Calls `visit(position, serial)` for whatever in a half reads as a whole begin entry.
+template <typename Visitor>
+void for_each_begin(unsigned half, Visitor visit) {
+  const auto halves = geometry();
+  const std::uint64_t end = halves.half_end(half);
+  std::vector<std::byte> piece;
+  for (std::uint64_t from = halves.first_entry(half); from + format::begin_entry::size <= end;
+       from += searched_at_once) {
+    // With as much of the next piece as an entry in the last place of this one takes.
+    const std::uint64_t wanted = searched_at_once + format::begin_entry::size - format::entry_alignment;
+    piece.resize(static_cast<std::size_t>(std::min(end - from, wanted)));
+    journal_read(from, piece);
+    const std::size_t places_end = piece.size() - format::begin_entry::size + 1;
+    for (std::size_t at = find_begin(piece, 0, places_end); at < places_end;
+         at = find_begin(piece, at + format::entry_alignment, places_end)) {
+      visit(from + at, bytes::load_u64(piece, at + format::begin_entry::serial));
+    }
+  }
 }
 
 }  // namespace
@@ -70,7 +95,13 @@ std::uint32_t JournalWriter::free() const {
 void JournalWriter::resume(std::uint64_t serial, unsigned half) {
   serial_ = serial;
   half_ = half;
-  may_hold_stale_begins_ = {true, true};
+  for (const unsigned each : {0U, 1U}) {
+    may_hold_stale_begins_[each] = false;
+    for_each_begin(each, [&](std::uint64_t, std::uint64_t found) {
+      if (found > serial)
+        may_hold_stale_begins_[each] = true;
+    });
+  }
 }
 
 void JournalWriter::enter_other_half() {
@@ -87,28 +118,18 @@ void JournalWriter::enter_other_half() {
 }
 
 bool JournalWriter::strike_out_stale_begins() {
-  const auto halves = geometry();
-  const auto journal = journal_bytes();
   const unsigned next = 1 - half_;
-  if (!may_hold_stale_begins_[next])
+  if (!std::exchange(may_hold_stale_begins_[next], false))
     return false;
-  may_hold_stale_begins_[next] = false;
   bool struck = false;
-  const auto first = static_cast<std::size_t>(halves.first_entry(next));
-  const auto half_end = static_cast<std::size_t>(halves.half_end(next));
-  // Past the last place for a whole begin entry.
-  const std::size_t end = half_end < format::begin_entry::size ? 0 : half_end - format::begin_entry::size + 1;
-  for (std::size_t at = find_begin(journal, first, end); at < end;
-       at = find_begin(journal, at + format::entry_alignment, end)) {
-    const auto entry = journal.subspan(at, format::begin_entry::size);
-    const std::uint64_t serial = bytes::load_u64(entry, format::begin_entry::serial);
+  for_each_begin(next, [&](std::uint64_t position, std::uint64_t serial) {
     if (serial > serial_ + 1)
       may_hold_stale_begins_[next] = true;
     if (serial != serial_ + 1)
-      continue;
-    std::ranges::fill(checked_range(at, entry.size()), std::byte{0});
+      return;
+    std::ranges::fill(checked_range(position, format::begin_entry::size), std::byte{0});
     struck = true;
-  }
+  });
   return struck;
 }
 

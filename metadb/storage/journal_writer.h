@@ -27,7 +27,8 @@ class JournalWriter {
   // Bytes below the half's limit; 0 past it. Throws error_internal for a position in the other half.
   std::uint32_t free() const;
 
-  // Stands where recovery ended: the next flip leaves `half` and raises `serial` by one.
+  // Stands where recovery ended: the next flip leaves `half` and raises `serial` by one. Looks through the
+  // whole journal, so that no flip has to.
   void resume(std::uint64_t serial, unsigned half);
   // Continues at the first entry of the other half under the next serial, and writes its index pointer.
   void enter_other_half();
@@ -79,8 +80,7 @@ class JournalWriter {
   std::uint64_t begin_ = 0;
   std::uint64_t summed_to_ = 0;
   // Whether bytes in a half, of whatever origin, may read as a begin entry of a serial yet to come. Data is
-  // looked at while it is written, as it is in the processor's cache then, and the half not again when it is
-  // entered.
+  // looked at while it is written, as it is in the processor's cache then.
   std::array<bool, 2> may_hold_stale_begins_ = {true, true};
   // The last bytes that were written, and where in the journal they belong. They stay to be looked at, in the
   // processor's cache as they are, until others are gathered.

@@ -102,6 +102,10 @@ void journal_write(std::uint64_t position, std::span<const std::byte> bytes) {
   journal.write_out.wrote(*journal.file, bytes.size());
 }
 
+void journal_read(std::uint64_t position, std::span<std::byte> bytes) {
+  journal.mapping->read(static_cast<std::size_t>(position), bytes);
+}
+
 void journal_start_sync() {
   if (journal_is_mapped())
     journal.write_out.start(*journal.file);

@@ -83,6 +83,18 @@ class PosixMapping final : public Mapping {
     return {};
   }
 
+  // What the file does not give is left to the view.
+  void read(std::size_t offset, std::span<std::byte> destination) override {
+    while (!destination.empty()) {
+      const ssize_t count = uninterrupted(
+          [&] { return ::pread(descriptor_, destination.data(), destination.size(), position_of(offset)); });
+      if (count <= 0)
+        return Mapping::read(offset, destination);
+      offset += static_cast<std::size_t>(count);
+      destination = destination.subspan(static_cast<std::size_t>(count));
+    }
+  }
+
   Status unmap() override {
     if (view_ == nullptr)
       return {};

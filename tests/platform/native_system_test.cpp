@@ -111,11 +111,16 @@ TEST_F(NativeSystem, AMappingOfAnyPartReachesTheFileWhichItLengthensIfNeedBe) {
     EXPECT_EQ(text_of(mapping.bytes()), expected.substr(offset, 1'000));
 
     std::ranges::fill(mapping.bytes(), std::byte{'b'});
+    EXPECT_TRUE(mapping.write(10, bytes_of("written")).ok());
+    std::vector<std::byte> read(20);
+    mapping.read(5, read);
+    EXPECT_EQ(text_of(read), "bbbbbwrittenbbbbbbbb");
     EXPECT_TRUE(mapping.sync().ok());
     EXPECT_TRUE(mapping.unmap().ok());
     EXPECT_TRUE(mapping.bytes().empty());
     EXPECT_TRUE(mapping.close().ok());
-    EXPECT_EQ(contents("file"), expected.replace(offset, 1'000, 1'000, 'b'));
+    EXPECT_EQ(contents("file"),
+              expected.replace(offset, 1'000, 1'000, 'b').replace(offset + 10, 7, "written"));
     EXPECT_FALSE(file->map(platform::max_position - 1, 100).ok());
   }
 }

@@ -79,6 +79,9 @@ class Mapping {
   // Copies `source` into bytes() from `offset` on, where it must fit. Where the system takes long to make a
   // page writable this goes past the view, which shows the bytes all the same.
   virtual Status write(std::size_t offset, std::span<const std::byte> source);
+  // Copies the bytes of view() from `offset` on into `destination`. Where the first look at a page costs more
+  // than a copy this goes past the view.
+  virtual void read(std::size_t offset, std::span<std::byte> destination);
   // Removes the view; bytes() is empty afterwards.
   virtual Status unmap() = 0;
   // Releases the mapping object (a step of its own on Windows). REQUIRES: unmap() has been called.
