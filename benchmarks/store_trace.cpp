@@ -34,6 +34,8 @@ void TraceRecorder::follow() {
   while (mdb::entry_kind(journal, position_) == mdb::EntryKind::begin &&
          mdb::begin_serial(journal, position_) == serial_) {
     const auto transaction = mdb::check_transaction(journal, position_);
+    if (transaction.state != mdb::TransactionExtent::State::complete)
+      return;  // the begin of a transaction that changed nothing, where the next one will stand
     mdb::for_each_update(journal, transaction, [this](const mdb::Update& update) {
       trace_.add({update.target, static_cast<std::uint32_t>(update.data.size())});
     });
