@@ -56,8 +56,8 @@ std::string judgement(const Target& target, double ours, double sibling) {
 
 }  // namespace
 
-void contest(const Options& options, const std::string& workload, const std::string& unit,
-             const std::vector<Contestant>& contestants) {
+std::vector<double> contest(const Options& options, const std::string& workload, const std::string& unit,
+                            const std::vector<Contestant>& contestants) {
   std::vector<Summary> summaries(contestants.size());
   for (int run = 0; run < options.runs; ++run) {
     for (std::size_t i = 0; i < contestants.size(); ++i) {
@@ -65,9 +65,12 @@ void contest(const Options& options, const std::string& workload, const std::str
       summaries[i].add(contestants[i].run());
     }
   }
-  const double ours = median(summaries[0].figures);
+  std::vector<double> figures;
+  for (const Summary& summary : summaries)
+    figures.push_back(median(summary.figures));
+  const double ours = figures[0];
   for (std::size_t i = 1; i < contestants.size(); ++i) {
-    const double sibling = median(summaries[i].figures);
+    const double sibling = figures[i];
     std::printf("| %s | %s | %s | %s | %s | %s | %s | %s | %s |\n", workload.c_str(), unit.c_str(),
                 number(ours).c_str(), percentiles(summaries[0]).c_str(), contestants[i].name.c_str(),
                 number(sibling).c_str(), percentiles(summaries[i]).c_str(),
@@ -75,6 +78,7 @@ void contest(const Options& options, const std::string& workload, const std::str
                 judgement(contestants[i].target, ours, sibling).c_str());
   }
   std::fflush(stdout);
+  return figures;
 }
 
 void remark(const std::string& text) {

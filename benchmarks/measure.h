@@ -53,8 +53,9 @@ struct Contestant {
 };
 
 // Lets all run, in turn and as often as the options say, and prints a line for each sibling of the first one.
-void contest(const Options& options, const std::string& workload, const std::string& unit,
-             const std::vector<Contestant>& contestants);
+// Returns their figures.
+std::vector<double> contest(const Options& options, const std::string& workload, const std::string& unit,
+                            const std::vector<Contestant>& contestants);
 
 // A remark below the line that was printed last.
 void remark(const std::string& text);

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <optional>
 
 #include "common/text.h"
@@ -76,33 +77,58 @@ Trace traced(const Options& options, StoreSettings settings, std::size_t count, 
 
 Contestant at_the_floor(const Options& options, const StoreSettings& settings, std::size_t count,
                         std::size_t rewrites) {
-  const auto run = [=, &options, trace = traced(options, settings, count, rewrites)] {
+  const auto trace = std::make_shared<const Trace>(traced(options, settings, count, rewrites));
+  const auto run = [=, &options] {
     StoreSettings floor_settings = settings;
     floor_settings.directory = fresh_directory(options, "store");
-    return rewrites == 0 ? operations_at_the_floor(floor_settings, trace, 0, count)
-                         : operations_at_the_floor(floor_settings, trace, count, rewrites);
+    return rewrites == 0 ? operations_at_the_floor(floor_settings, *trace, 0, count)
+                         : operations_at_the_floor(floor_settings, *trace, count, rewrites);
   };
   return {"floor", run, at_least(0.8)};
 }
 
-void store_of(const Options& options, std::size_t count, std::uint64_t journal_bytes, bool beside_peers) {
-  const StoreSettings settings{.journal_bytes = journal_bytes};
-  std::vector<Contestant> contestants = {
-      {"Quenor", [=] { return store_nodes(options, open_quenor, settings, count); }},
-      at_the_floor(options, settings, count, 0),
-  };
-  if (beside_peers) {
-    contestants.push_back(storing(options, sqlite, settings, count, at_least(2)));
-    contestants.push_back(storing(options, lmdb, settings, count, at_least(0.6)));
-    contestants.push_back(storing(options, rocksdb, settings, count, {}));
-  }
-  contest(options, text::concat("store ", count, ", journal ", journal_bytes >> 20, " MiB"), "k/s",
-          contestants);
+std::uint64_t percent(double ratio) {
+  return static_cast<std::uint64_t>(ratio * 100 + 0.5);
+}
+
+std::vector<Contestant> with_floor(const Options& options, const StoreSettings& settings, std::size_t count) {
+  return {{"Quenor", [=] { return store_nodes(options, open_quenor, settings, count); }},
+          at_the_floor(options, settings, count, 0)};
+}
+
+std::string store_name(std::size_t count, const StoreSettings& settings) {
+  return text::concat("store ", count, ", journal ", settings.journal_bytes >> 20, " MiB");
+}
+
+// Of this system and of LMDB, whose growth with the size of the store this one's is held against.
+struct Rates {
+  double quenor = 0;
+  double lmdb = 0;
+};
+
+Rates store_beside_peers(const Options& options, std::size_t count) {
+  const StoreSettings settings{.journal_bytes = small_journal};
+  auto contestants = with_floor(options, settings, count);
+  const std::size_t lmdb_place = contestants.size();
+  contestants.push_back(storing(options, lmdb, settings, count, at_least(0.6)));
+  contestants.push_back(storing(options, sqlite, settings, count, at_least(2)));
+  contestants.push_back(storing(options, rocksdb, settings, count, {}));
+  const auto figures = contest(options, store_name(count, settings), "k/s", contestants);
+  return {figures[0], figures[lmdb_place]};
 }
 
 void store_with_each_journal(const Options& options, std::size_t count) {
-  store_of(options, count, small_journal, true);
-  store_of(options, count, large_journal, false);
+  static Rates smallest;  // of the stores of this run
+  const Rates rates = store_beside_peers(options, count);
+  if (smallest.quenor == 0) {
+    smallest = rates;
+  } else {
+    remark(text::concat("one costs ", percent(smallest.quenor / rates.quenor),
+                        " % of what it does in the smallest store, with LMDB ",
+                        percent(smallest.lmdb / rates.lmdb), " %"));
+  }
+  const StoreSettings settings{.journal_bytes = large_journal};
+  contest(options, store_name(count, settings), "k/s", with_floor(options, settings, count));
 }
 
 // What is done to a store that has been filled once, and is put back as it was when it was changed.
