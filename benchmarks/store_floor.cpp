@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstring>
 #include <map>
+#include <optional>
 #include <span>
 #include <stdexcept>
 
@@ -121,9 +122,9 @@ class Floor {
     sync_journal();
   }
   void sync_and_apply_when_due() {
-    if (last_sync_.seconds() < 1)
+    if (last_sync_.has_value() && last_sync_->seconds() < 1)
       return;
-    last_sync_ = {};
+    last_sync_.emplace();
     sync_journal();
     apply();
   }
@@ -182,7 +183,7 @@ class Floor {
   std::size_t written_out_ = mdb::format::journal_header_size;
   std::vector<std::byte> transaction_;
   bool in_second_half_ = false;
-  Clock last_sync_;
+  std::optional<Clock> last_sync_;          // the first transaction after an opening is due
   std::map<std::uint64_t, Range> changed_;  // by block
 };
 

@@ -51,9 +51,12 @@ std::uint32_t load_little_endian(const std::byte* from) {
 std::uint32_t update_by_tables(std::uint32_t value, std::span<const std::byte> data) {
   const std::byte* p = data.data();
   std::size_t left = data.size();
-  for (; left >= 16; left -= 16, p += 16) {
-    value = contribution(value ^ load_little_endian(p), 12) ^ contribution(load_little_endian(p + 4), 8) ^
-            contribution(load_little_endian(p + 8), 4) ^ contribution(load_little_endian(p + 12), 0);
+  for (; left >= bytes_per_step; left -= bytes_per_step, p += bytes_per_step) {
+    // What does not wait for the step before comes first: only the rest is a chain.
+    const std::uint32_t others = contribution(load_little_endian(p + 4), 8) ^
+                                 contribution(load_little_endian(p + 8), 4) ^
+                                 contribution(load_little_endian(p + 12), 0);
+    value = others ^ contribution(value ^ load_little_endian(p), 12);
   }
   for (; left >= 8; left -= 8, p += 8) {
     value = contribution(value ^ load_little_endian(p), 4) ^ contribution(load_little_endian(p + 4), 0);
