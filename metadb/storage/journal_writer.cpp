@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <utility>
 
 #include "common/errors.h"
 #include "common/text.h"
@@ -97,10 +96,8 @@ void JournalWriter::resume(std::uint64_t serial, unsigned half) {
   half_ = half;
   for (const unsigned each : {0U, 1U}) {
     may_hold_stale_begins_[each] = false;
-    for_each_begin(each, [&](std::uint64_t, std::uint64_t found) {
-      if (found > serial)
-        may_hold_stale_begins_[each] = true;
-    });
+    for_each_begin(
+        each, [&](std::uint64_t, std::uint64_t found) { may_hold_stale_begins_[each] |= found > serial; });
   }
 }
 
@@ -119,17 +116,18 @@ void JournalWriter::enter_other_half() {
 
 bool JournalWriter::strike_out_stale_begins() {
   const unsigned next = 1 - half_;
-  if (!std::exchange(may_hold_stale_begins_[next], false))
+  if (!may_hold_stale_begins_[next])
     return false;
   bool struck = false;
+  bool left = false;
   for_each_begin(next, [&](std::uint64_t position, std::uint64_t serial) {
-    if (serial > serial_ + 1)
-      may_hold_stale_begins_[next] = true;
+    left |= serial > serial_ + 1;
     if (serial != serial_ + 1)
       return;
     std::ranges::fill(checked_range(position, format::begin_entry::size), std::byte{0});
     struck = true;
   });
+  may_hold_stale_begins_[next] = left;
   return struck;
 }
 

@@ -28,7 +28,7 @@ class JournalWriter {
   std::uint32_t free() const;
 
   // Stands where recovery ended: the next flip leaves `half` and raises `serial` by one. Looks through the
-  // whole journal, so that no flip has to.
+  // whole journal, so that a flip has to only where something was found.
   void resume(std::uint64_t serial, unsigned half);
   // Continues at the first entry of the other half under the next serial, and writes its index pointer.
   void enter_other_half();
@@ -66,6 +66,7 @@ class JournalWriter {
   void flush();
   // Brings the checksum up to position().
   void sum_up();
+  // The checksum goes back with the position.
   void return_to(std::uint64_t position);
   void forget_gathered();
   // Takes note when written bytes could be read as a begin entry.
