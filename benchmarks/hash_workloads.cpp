@@ -35,9 +35,12 @@ void library_md5(Bytes bytes) {
   benchmark::DoNotOptimize(digest);
 }
 void openssl_md5(Bytes bytes) {
-  static const EVP_MD* const md5 = EVP_md5();
+  static EVP_MD* const md5 = EVP_MD_fetch(nullptr, "MD5", nullptr);
+  static EVP_MD_CTX* const context = EVP_MD_CTX_new();
   std::array<unsigned char, 16> digest;
-  EVP_Digest(bytes.data(), bytes.size(), digest.data(), nullptr, md5, nullptr);
+  EVP_DigestInit_ex2(context, md5, nullptr);
+  EVP_DigestUpdate(context, bytes.data(), bytes.size());
+  EVP_DigestFinal_ex(context, digest.data(), nullptr);
   benchmark::DoNotOptimize(digest);
 }
 

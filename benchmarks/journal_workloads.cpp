@@ -45,6 +45,7 @@ void open_grown(const Options& options, std::uint64_t journal_bytes, std::uint64
   create_database(settings);
   open_database(settings);
   mdb::backing_grow(block_count - 1);
+  mdb::backing_sync();
 }
 
 // A synchronous transaction at the beginning of a second, so that no apply falls due in this one.

@@ -53,6 +53,8 @@ class LmdbStore final : public Store {
     transaction.commit();
   }
   ~LmdbStore() override {
+    if (reader_ != nullptr)
+      mdb_txn_abort(reader_);
     mdb_env_sync(environment_, 1);
     mdb_env_close(environment_);
   }
@@ -66,13 +68,13 @@ class LmdbStore final : public Store {
     });
   }
   std::uint64_t get(std::uint64_t id) override {
-    Transaction transaction(environment_, MDB_RDONLY);
-    return folded(record(transaction.get(), id).substr(sizeof id));
+    const Reading reading(reader());
+    return folded(record(reader_, id).substr(sizeof id));
   }
   std::uint64_t children(std::uint64_t parent) override {
-    Transaction transaction(environment_, MDB_RDONLY);
+    const Reading reading(reader());
     MDB_cursor* cursor = nullptr;
-    check(mdb_cursor_open(transaction.get(), children_, &cursor));
+    check(mdb_cursor_open(reader_, children_, &cursor));
     MDB_val key = value_of(parent);
     MDB_val found{};
     std::uint64_t sum = 0;
@@ -108,6 +110,25 @@ class LmdbStore final : public Store {
   void sync() override { check(mdb_env_sync(environment_, 1)); }
 
  private:
+  // The one read transaction, which sees what is committed while it is in use.
+  class Reading {
+   public:
+    explicit Reading(MDB_txn* transaction) : transaction_(transaction) { check(mdb_txn_renew(transaction_)); }
+    ~Reading() { mdb_txn_reset(transaction_); }
+    Reading(const Reading&) = delete;
+    Reading& operator=(const Reading&) = delete;
+
+   private:
+    MDB_txn* transaction_;
+  };
+  MDB_txn* reader() {
+    if (reader_ == nullptr) {
+      check(mdb_txn_begin(environment_, nullptr, MDB_RDONLY, &reader_));
+      mdb_txn_reset(reader_);
+    }
+    return reader_;
+  }
+
   template <typename Change>
   void write(Change change) {
     Transaction transaction(environment_, 0);
@@ -151,6 +172,7 @@ class LmdbStore final : public Store {
   MDB_env* environment_ = nullptr;
   MDB_dbi records_ = 0;
   MDB_dbi children_ = 0;
+  MDB_txn* reader_ = nullptr;
   std::optional<Clock> since_sync_{std::in_place};
 };
 

@@ -1,5 +1,7 @@
 #include "measure.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
@@ -62,6 +64,7 @@ std::vector<double> contest(const Options& options, const std::string& workload,
   for (int run = 0; run < options.runs; ++run) {
     for (std::size_t i = 0; i < contestants.size(); ++i) {
       std::fprintf(stderr, "%s, run %d: %s\n", workload.c_str(), run + 1, contestants[i].name.c_str());
+      ::sync();  // what the one before has left to write
       summaries[i].add(contestants[i].run());
     }
   }

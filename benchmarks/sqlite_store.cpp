@@ -68,6 +68,15 @@ class Database {
       throw std::runtime_error(sqlite3_errmsg(database_));
   }
   sqlite3* get() { return database_; }
+  // All that is committed lies in the log, or in a file that was synced before the log began anew.
+  void sync_log() {
+    sqlite3_file* log = nullptr;
+    if (sqlite3_file_control(database_, "main", SQLITE_FCNTL_JOURNAL_POINTER, static_cast<void*>(&log)) !=
+        SQLITE_OK)
+      throw std::runtime_error("There is no log");
+    if (log->pMethods != nullptr && log->pMethods->xSync(log, SQLITE_SYNC_NORMAL) != SQLITE_OK)
+      throw std::runtime_error("Cannot sync the log");
+  }
 
  private:
   sqlite3* database_ = nullptr;
@@ -97,7 +106,7 @@ class SqliteStore final : public Store {
   void re_parent(std::uint64_t id, std::uint64_t parent) override { move_.bind(1, parent).bind(2, id).run(); }
   void rewrite(const Node& node) override { rewrite_.bind(1, node.text).bind(2, node.id).run(); }
   void free(std::uint64_t id) override { free_.bind(1, id).run(); }
-  void sync() override { database_.execute("PRAGMA wal_checkpoint(TRUNCATE)"); }
+  void sync() override { database_.sync_log(); }
 
  private:
   Database database_;

@@ -129,9 +129,16 @@ class Floor {
     apply();
   }
   void apply() {
-    for (const auto& [block, range] : changed_)
+    std::size_t waiting = 0;
+    for (const auto& [block, range] : changed_) {
       store_.write(journal_.subspan(range.source, range.end - range.start),
                    block * block_bytes + range.start);
+      waiting += range.end - range.start;
+      if (waiting < written_out_at_once)
+        continue;
+      store_.start_flush(0, 0);  // of the whole file
+      waiting = 0;
+    }
     changed_.clear();
   }
   const std::byte* image(std::uint64_t number) const {
@@ -194,6 +201,7 @@ Outcome operations_at_the_floor(const StoreSettings& settings, const Trace& trac
   Floor floor(settings, trace);
   for (std::size_t i = 0; i < untimed; ++i)
     floor.operation(i);
+  floor.sync_journal();
   const Clock whole;
   Outcome outcome = timed_operations(timed, 1, [&](std::size_t i) { floor.operation(untimed + i); });
   floor.sync_journal();
