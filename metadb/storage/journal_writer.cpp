@@ -112,6 +112,7 @@ void JournalWriter::enter_other_half() {
   half_ = next;
   serial_ += 1;
   position_ = first_entry;
+  start_sum();
 }
 
 bool JournalWriter::strike_out_stale_begins() {
@@ -171,6 +172,11 @@ void JournalWriter::flush() {
   is_flushed_ = true;
 }
 
+void JournalWriter::start_sum() {
+  sum_.reset();
+  begin_ = summed_to_ = position_;
+}
+
 void JournalWriter::sum_up() {
   const std::uint64_t from = gathered_bytes_ == 0 ? position_ : std::max(summed_to_, gathered_from_);
   const auto flushed = journal_bytes().first(static_cast<std::size_t>(from));
@@ -198,8 +204,7 @@ void JournalWriter::look_for_begins(std::span<const std::byte> entries) {
 }
 
 void JournalWriter::write_begin() {
-  sum_.reset();
-  begin_ = summed_to_ = position_;
+  start_sum();
   const auto entry = claim(format::begin_entry::size);
   constexpr std::size_t kept_size = format::begin_entry::serial - format::begin_entry::unwritten;
   bytes::copy(unwritten(entry.size(), format::begin_entry::unwritten, kept_size),

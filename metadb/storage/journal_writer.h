@@ -51,8 +51,8 @@ class JournalWriter {
   void move_back(std::uint64_t position);
   void move_back_and_erase(std::uint64_t position);
 
-  // Written bytes, all of one entry. Valid until the next write. What is no longer among the gathered bytes
-  // is looked up in the journal.
+  // Written bytes, of one entry or all of them gathered. Valid until the next write. What is no longer among
+  // the gathered bytes is looked up in the journal.
   std::span<const std::byte> written(std::uint64_t position, std::uint64_t length) const;
   // The entries from `position` to position(), as the journal has them.
   std::span<const std::byte> whole_entries_since(std::uint64_t position);
@@ -64,7 +64,8 @@ class JournalWriter {
   std::span<const std::byte> unwritten(std::size_t entry_size, std::size_t from, std::size_t length) const;
   // Brings what is gathered into the journal.
   void flush();
-  // Brings the checksum up to position().
+  // Starts the checksum of a transaction that begins at position(), and brings it up to position().
+  void start_sum();
   void sum_up();
   // The checksum goes back with the position.
   void return_to(std::uint64_t position);

@@ -89,7 +89,12 @@ void write_again(std::span<const std::byte> updates, std::uint64_t old_begin) {
     throw error_internal("After journal flip; no space for transend.");
   }
   writer().write_begin();
-  writer().write_raw(updates);
+  try {
+    writer().write_raw(updates);
+  } catch (...) {
+    writer().move_back_and_erase(outermost.begin);  // it did not come along
+    throw;
+  }
   transactions.pending.move_data(static_cast<std::int64_t>(outermost.begin) -
                                  static_cast<std::int64_t>(old_begin));
 }
@@ -150,6 +155,12 @@ void hand_over_pending() {
   }
 }
 
+// An outermost transaction that failed to move has no begin in the half that was entered.
+void throw_if_left_behind() {
+  if (writer().position() < transactions.open.front().begin + format::begin_entry::size)
+    throw_incomplete_update();
+}
+
 void end_outermost(bool lazy) {
   const std::uint64_t begin = transactions.open.front().begin;
   if (writer().position() == begin + format::begin_entry::size) {
@@ -158,8 +169,7 @@ void end_outermost(bool lazy) {
     return;
   }
   throw_if_journal_unusable();
-  if (writer().position() < begin + format::begin_entry::size)
-    throw_incomplete_update();  // it did not come along into the other half
+  throw_if_left_behind();
   if (writer().free() < format::end_entry::size)
     move_to_other_half();
   writer().write_end();
@@ -210,6 +220,7 @@ void transaction_begin() {
 void transaction_update(std::span<const std::byte> data, std::uint64_t offset) {
   if (!transaction_is_open())
     throw error_internal("Update outside of transaction attempted");
+  throw_if_left_behind();
   if (offset > address_limit() || data.size() > address_limit() - offset)
     throw error_range("Write beyond end of object backing store attempted");
   if (journal_free() < format::update_entry_size(data.size()))

@@ -114,6 +114,7 @@ TEST_F(JournalTest, UpdatesThatDidNotComeAlongAreNeitherReadNorCommitted) {
   const std::string incomplete =
       "internal: Attempt to follow incomplete update sequence beyond end of active journal space";
   EXPECT_EQ(thrown_by([] { (void)mdb::read_block_copy(0); }), incomplete);
+  EXPECT_EQ(thrown_by([] { write("more", 0); }), incomplete);
   EXPECT_EQ(thrown_by([&] { transaction.end(); }), incomplete);
 }
 
