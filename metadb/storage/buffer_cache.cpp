@@ -74,10 +74,12 @@ void move_to_front(std::uint32_t index) {
 
 // The block's committed bytes: what the file holds and, over it, what it does not hold yet.
 void read_committed(BlockBuffer& buffer, std::uint32_t block) {
+  const UnappliedUpdates updates(block);
+  updates.prefetch();
   const bool is_in_store = block < backing_size() / block_size();
-  if (!is_in_store || !running_half_covers(block))
+  if (!is_in_store || !updates.cover_block())
     block_read(buffer.bytes(), block, 1);
-  running_half_overlay(buffer.bytes(), std::uint64_t{block} * block_size());
+  updates.overlay(buffer.bytes(), std::uint64_t{block} * block_size());
 }
 
 std::uint32_t add_entry(std::uint32_t block) {

@@ -75,7 +75,7 @@ void write_range(std::uint64_t block, std::uint64_t start, std::uint64_t end) {
   }
   BlockBuffer bytes(length);
   byte_read(bytes.bytes(), start);
-  running_half_overlay(bytes.bytes(), start);
+  UnappliedUpdates(block).overlay(bytes.bytes(), start);
   byte_write(bytes.bytes(), start, false);
 }
 
@@ -85,10 +85,10 @@ void write_changed_block(std::uint64_t block) {
   const std::uint64_t block_end = block_start + block_size();
   std::uint64_t start = block_end;
   std::uint64_t end = block_start;
-  half.unapplied.for_each_of_block(block, [&](const UpdateRecord& record) {
+  for (const UpdateRecord& record : half.unapplied.of_block(block)) {
     start = std::min(start, std::max(record.target, block_start));
     end = std::max(end, std::min(record.target + record.length, block_end));
-  });
+  }
   write_range(block, start, end);
 }
 
@@ -148,15 +148,32 @@ void running_half_apply() {
   half.unapplied.clear();                    // R2
 }
 
-bool running_half_covers(std::uint32_t block) {
-  return half.unapplied.covers(block);
+UnappliedUpdates::UnappliedUpdates(std::uint64_t block)
+    : block_(block), updates_(half.unapplied.of_block(block)) {}
+
+bool UnappliedUpdates::cover_block() const {
+  return !updates_.empty() && covers_block(updates_.front(), block_);
 }
 
-void running_half_overlay(std::span<std::byte> buffer, std::uint64_t offset) {
+void UnappliedUpdates::prefetch() const {
+  constexpr std::size_t line_bytes = 64;
+  constexpr std::size_t most_lines = 512;  // of a cache near the processor
   const JournalBytes journal = journal_bytes();
-  half.unapplied.for_each_of_block(offset / block_size(), [&](const UpdateRecord& record) {
-    overlay_record(buffer, offset, record, journal);
-  });
+  std::size_t lines = 0;
+  for (const UpdateRecord& update : updates_) {
+    const std::byte* const data = journal.data() + update.data_position;
+    for (std::size_t at = 0; at < update.length + line_bytes; at += line_bytes) {
+      if (++lines > most_lines)
+        return;
+      __builtin_prefetch(data + at);
+    }
+  }
+}
+
+void UnappliedUpdates::overlay(std::span<std::byte> buffer, std::uint64_t offset) const {
+  const JournalBytes journal = journal_bytes();
+  for (const UpdateRecord& update : updates_)
+    overlay_record(buffer, offset, update, journal);
 }
 
 void running_half_throw_if_broken() {

@@ -40,13 +40,22 @@ void running_half_check();
 // throw.
 void running_half_apply();
 
-// Whether what is committed and not yet applied has every byte of the block, so that the file need not be
-// read.
-bool running_half_covers(std::uint32_t block);
+// What is committed and not yet applied of one block. Valid until something is committed or applied.
+class UnappliedUpdates {
+ public:
+  explicit UnappliedUpdates(std::uint64_t block);
 
-// Lays what is committed and not yet applied over a buffer that holds the file's bytes from `offset`, which
-// lie within one block.
-void running_half_overlay(std::span<std::byte> buffer, std::uint64_t offset);
+  // Whether they have every byte of the block, so that the file need not be read.
+  bool cover_block() const;
+  // Has the processor fetch what they write, as it lies all over the journal, while the file is read.
+  void prefetch() const;
+  // Lays them over a buffer that holds the file's bytes from `offset`, which lie within the block.
+  void overlay(std::span<std::byte> buffer, std::uint64_t offset) const;
+
+ private:
+  std::uint64_t block_;
+  std::span<const UpdateRecord> updates_;
+};
 
 // Throws the error of an earlier commit-time pass that did not complete.
 void running_half_throw_if_broken();

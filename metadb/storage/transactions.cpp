@@ -16,15 +16,15 @@
 #include "common/log.h"
 #include "journal_meters.h"
 #include "journal_state.h"
-#include "journal_walk.h"
 #include "metadb/storage/backing_store.h"
 #include "metadb/storage/block_copy.h"
 #include "metadb/storage/buffer_cache.h"
 #include "metadb/storage/journal.h"
+#include "metadb/storage/journal_format.h"
 #include "metadb/storage/mapped_journal.h"
 #include "overlay.h"
+#include "pending_updates.h"
 #include "running_half.h"
-#include "update_index.h"
 
 namespace mdb {
 namespace {
@@ -46,7 +46,7 @@ constexpr std::size_t kept_image_bytes = std::size_t{256} << 10;
 
 struct Transactions {
   std::vector<OpenTransaction> open;
-  UpdateIndex pending;
+  PendingUpdates pending;
   std::vector<BlockImage> images;  // in the order of their updates
 };
 
@@ -128,11 +128,9 @@ void forget_pending_from(std::size_t update) {
 
 // The entry of the update, at `entry`, goes when it cannot be listed (T2).
 void add_pending(const UpdateRecord& record, std::uint64_t entry) {
-  const std::size_t count = transactions.pending.size();
   try {
     transactions.pending.add(record);
   } catch (...) {
-    forget_pending_from(count);
     writer().move_back_and_erase(entry);
     throw;
   }
@@ -183,11 +181,11 @@ void end_outermost(bool lazy) {
 
 // Lays the open transactions' updates over a buffer that lies within one block.
 void overlay_pending(std::span<std::byte> buffer, std::uint64_t offset) {
-  transactions.pending.for_each_of_block(offset / block_size(), [&](const UpdateRecord& record) {
+  for (const UpdateRecord& record : transactions.pending.of_block(offset / block_size())) {
     if (std::uint64_t{record.data_position} + record.length > writer().position())
       throw_incomplete_update();  // it did not come along into the other half
     overlay_update(buffer, offset, record.target, writer().written(record.data_position, record.length));
-  });
+  }
 }
 
 }  // namespace
@@ -315,7 +313,7 @@ void read_bytes_current(std::span<std::byte> buffer, std::uint64_t offset) {
   while (!buffer.empty()) {
     const auto in_block = static_cast<std::size_t>(block_size() - offset % block_size());
     const auto part = buffer.first(std::min(buffer.size(), in_block));
-    running_half_overlay(part, offset);
+    UnappliedUpdates(offset / block_size()).overlay(part, offset);
     overlay_pending(part, offset);
     buffer = buffer.subspan(part.size());
     offset += part.size();

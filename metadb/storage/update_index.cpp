@@ -5,83 +5,106 @@
 #include "metadb/storage/backing_store.h"
 
 namespace mdb {
+namespace {
+
+std::uint64_t first_block(const UpdateRecord& record) {
+  return record.target / block_size();
+}
+std::uint64_t last_block(const UpdateRecord& record) {
+  return (record.target + record.length - 1) / block_size();
+}
+
+}  // namespace
+
+bool covers_block(const UpdateRecord& update, std::uint64_t block) {
+  const std::uint64_t start = block * block_size();
+  return update.target <= start && update.target + update.length >= start + block_size();
+}
 
 void UpdateIndex::add(const UpdateRecord& record) {
-  const std::size_t number = records_.size();
-  records_.push_back(record);
-  const std::uint64_t last = (record.target + record.length - 1) / block_size();
-  for (std::uint64_t block = record.target / block_size(); block <= last; ++block)
-    append_link(block, number);
+  for (std::uint64_t block = first_block(record); block <= last_block(record); ++block)
+    append(block, record);
 }
 
-bool UpdateIndex::covers_block(const Link& link) const {
-  const UpdateRecord& record = records_[link.record];
-  const std::uint64_t start = link.block * block_size();
-  return record.target <= start && record.target + record.length >= start + block_size();
-}
-
-bool UpdateIndex::covers(std::uint64_t block) const {
-  const auto chain = chains_.find(block);
-  return chain != chains_.end() && covers_block(links_[first_that_counts(chain->second)]);
-}
-
-std::size_t UpdateIndex::first_that_counts(const Chain& chain) const {
-  std::size_t link = chain.last;
-  while (link != chain.first && !covers_block(links_[link]))
-    link = links_[link].previous;
-  return link;
-}
-
-void UpdateIndex::append_link(std::uint64_t block, std::size_t record) {
-  const std::size_t link = links_.size();
-  if (link == links_.capacity())
-    links_.reserve(2 * link + 1);  // so that nothing can fail once the chain knows the link
-  const auto [chain, is_new] = chains_.try_emplace(block, Chain{link, link});
-  links_.push_back({block, record, is_new ? no_link : chain->second.last, no_link});
-  if (is_new)
-    return;
-  links_[chain->second.last].next = link;
-  chain->second.last = link;
-}
-
-void UpdateIndex::truncate(std::size_t count) {
-  if (count == 0)
-    return clear();
-  while (!links_.empty() && links_.back().record >= count)
-    drop_last_link();
-  records_.resize(std::min(count, records_.size()), {});
-}
-
-void UpdateIndex::drop_last_link() {
-  const Link link = links_.back();
-  links_.pop_back();
-  if (link.previous == no_link) {
-    chains_.erase(link.block);
+void UpdateIndex::append(std::uint64_t block, const UpdateRecord& record) {
+  const auto found = lists_.find(block);
+  if (found == lists_.end()) {
+    updates_.push_back(record);
+    lists_.emplace(block, List{.start = updates_.size() - 1, .capacity = 1, .count = 1});
     return;
   }
-  links_[link.previous].next = no_link;
-  chains_[link.block].last = link.previous;
+  List& list = found->second;
+  if (list.count == list.capacity)
+    make_room(list);
+  if (covers_block(record, block))
+    list.counts_from = list.count;
+  updates_[list.start + list.count] = record;
+  list.count += 1;
+}
+
+// Twice as much at the end, unless it stands there already.
+void UpdateIndex::make_room(List& list) {
+  const bool is_at_end = list.start + list.capacity == updates_.size();
+  const std::size_t start = is_at_end ? list.start : updates_.size();
+  updates_.resize(start + 2 * list.capacity);
+  if (!is_at_end)
+    std::copy_n(updates_.begin() + static_cast<std::ptrdiff_t>(list.start), list.count,
+                updates_.begin() + static_cast<std::ptrdiff_t>(start));
+  list.start = start;
+  list.capacity *= 2;
+}
+
+void UpdateIndex::remove_last(const UpdateRecord& record) {
+  for (std::uint64_t block = last_block(record) + 1; block-- > first_block(record);) {
+    const auto found = lists_.find(block);
+    if (found == lists_.end())
+      continue;  // adding it came no further
+    List& list = found->second;
+    if (updates_[list.start + list.count - 1].data_position == record.data_position)
+      drop_last(block, list);
+  }
+}
+
+void UpdateIndex::drop_last(std::uint64_t block, List& list) {
+  list.count -= 1;
+  if (list.count == 0) {
+    if (list.start + list.capacity == updates_.size())
+      updates_.resize(list.start);
+    lists_.erase(block);
+    return;
+  }
+  if (list.counts_from < list.count)
+    return;
+  list.counts_from = list.count - 1;
+  while (list.counts_from != 0 && !covers_block(updates_[list.start + list.counts_from], block))
+    list.counts_from -= 1;
 }
 
 void UpdateIndex::clear() {
-  records_.clear();
-  links_.clear();
-  chains_.clear();
+  updates_.clear();
+  lists_.clear();
 }
 
 void UpdateIndex::move_data(std::int64_t distance) {
-  for (auto& record : records_) {
-    record.data_position = static_cast<std::uint32_t>(std::int64_t{record.data_position} + distance);
-  }
+  for (UpdateRecord& update : updates_)
+    update.data_position = static_cast<std::uint32_t>(std::int64_t{update.data_position} + distance);
 }
 
 std::vector<std::uint64_t> UpdateIndex::blocks() const {
   std::vector<std::uint64_t> result;
-  result.reserve(chains_.size());
-  for (const auto& [block, chain] : chains_)
+  result.reserve(lists_.size());
+  for (const auto& [block, list] : lists_)
     result.push_back(block);
   std::ranges::sort(result);
   return result;
+}
+
+std::span<const UpdateRecord> UpdateIndex::of_block(std::uint64_t block) const {
+  const auto found = lists_.find(block);
+  if (found == lists_.end())
+    return {};
+  const List& list = found->second;
+  return std::span(updates_).subspan(list.start + list.counts_from, list.count - list.counts_from);
 }
 
 }  // namespace mdb

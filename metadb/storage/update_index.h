@@ -1,5 +1,5 @@
-// A list of journalled updates in the order in which they were made, that can be asked by block, so that
-// reading a block costs the updates of that block and not those of the whole half.
+// Journalled updates by the block that they touch, so that reading a block costs the updates of that block
+// and not those of the whole half.
 
 #pragma once
 
@@ -18,61 +18,44 @@ struct UpdateRecord {
   std::uint32_t data_position;  // byte offset in the journal
 };
 
+// Whether the update overwrites the whole block.
+bool covers_block(const UpdateRecord& update, std::uint64_t block);
+
 class UpdateIndex {
  public:
   // REQUIRES (add): block_size() of the store is set; record.length is not 0.
+  // What fails may leave the update with some of its blocks, for remove_last to take away.
   void add(const UpdateRecord& record);
-  // Drops all but the first `count` updates.
-  void truncate(std::size_t count);
+  // Takes away the update that was added last, or as much of it as was added.
+  void remove_last(const UpdateRecord& record);
+  // Drops all; the room for them stays.
   void clear();
   // Moves the data of every update by the same distance in the journal.
   void move_data(std::int64_t distance);
 
-  std::size_t size() const { return records_.size(); }
-  // In the order in which they were made.
-  std::span<const UpdateRecord> records() const { return records_; }
-  // Whether some update overwrites the whole block.
-  bool covers(std::uint64_t block) const;
-  bool touches(std::uint64_t block) const { return chains_.contains(block); }
+  bool touches(std::uint64_t block) const { return lists_.contains(block); }
   // The blocks that any update touches, in ascending order.
   std::vector<std::uint64_t> blocks() const;
-
-  // Calls `visit(const UpdateRecord&)` for the updates that touch the block, oldest first, but for those that
-  // a later one overwrites whole, the block's every byte.
-  template <typename Visitor>
-  void for_each_of_block(std::uint64_t block, Visitor visit) const {
-    const auto chain = chains_.find(block);
-    if (chain == chains_.end())
-      return;
-    for (std::size_t link = first_that_counts(chain->second); link != no_link; link = links_[link].next) {
-      visit(records_[links_[link].record]);
-    }
-  }
+  // The updates that touch the block, oldest first, from the last one on that covers it. Valid until the next
+  // change.
+  std::span<const UpdateRecord> of_block(std::uint64_t block) const;
 
  private:
-  static constexpr std::size_t no_link = ~std::size_t{0};
-
-  // One touch of one block by one update.
-  struct Link {
-    std::uint64_t block;
-    std::size_t record;
-    std::size_t previous;
-    std::size_t next;
-  };
-  struct Chain {
-    std::size_t first;
-    std::size_t last;
+  // The updates of one block stand together, as looking at them one by one across the memory would cost more
+  // than what they say.
+  struct List {
+    std::size_t start;  // in updates_
+    std::size_t capacity;
+    std::size_t count = 0;
+    std::size_t counts_from = 0;  // the last that covers the whole block, or the first
   };
 
-  bool covers_block(const Link& link) const;
-  // The last link whose update covers the whole block, or the first one.
-  std::size_t first_that_counts(const Chain& chain) const;
-  void append_link(std::uint64_t block, std::size_t record);
-  void drop_last_link();
+  void append(std::uint64_t block, const UpdateRecord& record);
+  void make_room(List& list);
+  void drop_last(std::uint64_t block, List& list);
 
-  std::vector<UpdateRecord> records_;
-  std::vector<Link> links_;
-  std::unordered_map<std::uint64_t, Chain> chains_;
+  std::vector<UpdateRecord> updates_;  // the lists, and what they left behind as they grew
+  std::unordered_map<std::uint64_t, List> lists_;
 };
 
 }  // namespace mdb
