@@ -1,5 +1,6 @@
 #include "metadb/storage/mapped_journal.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <limits>
 #include <memory>
@@ -81,7 +82,7 @@ void journal_sync() {
     throw error_internal("No journal mapped");
   const timing::StopWatch watch;
   if (!journal.mapping->sync().ok() || !journal.file->sync().ok()) {
-    journal.sync_failure.fail(std::string(sync_failed));
+    journal.sync_failure.fail(sync_failed);
   }
   journal.written = false;
   journal.write_out = {};
@@ -97,7 +98,7 @@ void journal_sync() {
 void journal_write(std::uint64_t position, std::span<const std::byte> bytes) {
   journal.sync_failure.throw_if_failed();
   if (!journal.mapping->write(static_cast<std::size_t>(position), bytes).ok())
-    journal.sync_failure.fail(std::string(sync_failed));
+    journal.sync_failure.fail(sync_failed);
   journal.written = true;
   journal.write_out.wrote(*journal.file, bytes.size());
 }

@@ -1,19 +1,19 @@
 #include "sync_failure.h"
 
-#include <utility>
+#include <string>
 
 #include "common/errors.h"
 
 namespace mdb {
 
-void SyncFailure::fail(std::string text) {
-  text_ = std::move(text);
-  throw error_io(*text_);
+void SyncFailure::fail(std::string_view text) {
+  text_ = text;
+  throw error_io(std::string(text_));
 }
 
 void SyncFailure::throw_if_failed() const {
-  if (text_.has_value())
-    throw error_io(*text_);
+  if (has_failed())
+    throw error_io(std::string(text_));
 }
 
 }  // namespace mdb

@@ -4,22 +4,20 @@
 
 #pragma once
 
-#include <optional>
-#include <string>
+#include <string_view>
 
 namespace mdb {
 
 class SyncFailure {
  public:
-  void clear() { text_.reset(); }
-  bool has_failed() const { return text_.has_value(); }
-  // Remembers the failure. Throws error_io with the text.
-  [[noreturn]] void fail(std::string text);
+  bool has_failed() const { return !text_.empty(); }
+  // Remembers the failure, whatever else fails. Throws error_io with the text, which outlives everything.
+  [[noreturn]] void fail(std::string_view text);
   // Throws the failure again, if there was one.
   void throw_if_failed() const;
 
  private:
-  std::optional<std::string> text_;
+  std::string_view text_;  // empty: nothing has failed
 };
 
 // Throws the failure of the store's flush, if there was one.
