@@ -44,14 +44,25 @@ class Descriptor {
 // A mapped range. The view starts at the page that holds the range's first byte.
 class PosixMapping final : public Mapping {
  public:
-  // `descriptor` is that of the mapped file, which is closed after the mapping, and `offset` the position in
-  // it of the first byte of the range.
-  PosixMapping(std::byte* view, std::size_t view_length, std::size_t lead, int descriptor,
-               std::uint64_t offset)
-      : view_(view), view_length_(view_length), lead_(lead), descriptor_(descriptor), offset_(offset) {}
+  // `descriptor` is that of the file, which is closed after the mapping, and `offset` the position in it of
+  // the first byte of the range.
+  PosixMapping(int descriptor, std::uint64_t offset, std::size_t length)
+      : lead_(offset % static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE))),
+        view_length_(lead_ + length),
+        descriptor_(descriptor),
+        offset_(offset) {}
   ~PosixMapping() override { (void)unmap(); }
   PosixMapping(const PosixMapping&) = delete;
   PosixMapping& operator=(const PosixMapping&) = delete;
+
+  Status map() {
+    void* const view = ::mmap(nullptr, view_length_, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor_,
+                              static_cast<off_t>(offset_ - lead_));
+    if (view == MAP_FAILED)
+      return last_error();
+    view_ = static_cast<std::byte*>(view);
+    return {};
+  }
 
   std::span<std::byte> bytes() override {
     may_have_changes_ = true;
@@ -112,9 +123,9 @@ class PosixMapping final : public Mapping {
   }
   off_t position_of(std::size_t offset) const { return static_cast<off_t>(offset_ + offset); }
 
-  std::byte* view_;
-  std::size_t view_length_;
+  std::byte* view_ = nullptr;
   std::size_t lead_;
+  std::size_t view_length_;
   int descriptor_;
   std::uint64_t offset_;
   bool may_have_changes_ = true;  // who knows what others have stored in the file
@@ -196,15 +207,10 @@ Result<std::unique_ptr<Mapping>> PosixFile::map(std::uint64_t offset, std::uint3
   if (const Status lengthened = lengthen_to(offset + length); !lengthened.ok())
     return lengthened;
 
-  const auto page_size = static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
-  const std::size_t lead = offset % page_size;
-  const std::size_t view_length = lead + length;
-  void* view = ::mmap(nullptr, view_length, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor_.number(),
-                      static_cast<off_t>(offset - lead));
-  if (view == MAP_FAILED)
-    return last_error();
-  return std::unique_ptr<Mapping>(std::make_unique<PosixMapping>(static_cast<std::byte*>(view), view_length,
-                                                                 lead, descriptor_.number(), offset));
+  auto mapping = std::make_unique<PosixMapping>(descriptor_.number(), offset, length);
+  if (const Status mapped = mapping->map(); !mapped.ok())
+    return mapped;
+  return std::unique_ptr<Mapping>(std::move(mapping));
 }
 
 // Errors of flock that mean the want of locks, not that somebody holds one.

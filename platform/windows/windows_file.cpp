@@ -30,14 +30,35 @@ class Handle {
   HANDLE value_;
 };
 
+// Leaves errno at the meaning of the last error and returns it.
+Status last_error_as_errno() {
+  errno = errno_of(::GetLastError());
+  return Status{static_cast<std::uint32_t>(errno)};
+}
+
+std::uint64_t granularity() {
+  SYSTEM_INFO info{};
+  ::GetSystemInfo(&info);
+  return info.dwAllocationGranularity;
+}
+
 // A mapped range. The view starts at the granule that holds the range's first byte.
 class WindowsMapping final : public Mapping {
  public:
-  WindowsMapping(Handle object, std::byte* view, std::size_t view_length, std::size_t lead)
-      : object_(std::move(object)), view_(view), view_length_(view_length), lead_(lead) {}
+  WindowsMapping(Handle object, std::uint64_t offset, std::size_t length)
+      : object_(std::move(object)),
+        lead_(offset % granularity()),
+        start_(offset - lead_),
+        view_length_(lead_ + length) {}
   ~WindowsMapping() override { (void)unmap(); }
   WindowsMapping(const WindowsMapping&) = delete;
   WindowsMapping& operator=(const WindowsMapping&) = delete;
+
+  Status map() {
+    view_ = static_cast<std::byte*>(::MapViewOfFile(object_.get(), FILE_MAP_ALL_ACCESS, high_word(start_),
+                                                    low_word(start_), view_length_));
+    return view_ == nullptr ? last_error_as_errno() : Status{};
+  }
 
   std::span<std::byte> bytes() override {
     if (view_ == nullptr)
@@ -57,9 +78,10 @@ class WindowsMapping final : public Mapping {
 
  private:
   Handle object_;
-  std::byte* view_;
-  std::size_t view_length_;
+  std::byte* view_ = nullptr;
   std::size_t lead_;
+  std::uint64_t start_;
+  std::size_t view_length_;
 };
 
 // Where a transfer takes place.
@@ -68,18 +90,6 @@ OVERLAPPED at(std::uint64_t position) {
   place.Offset = low_word(position);
   place.OffsetHigh = high_word(position);
   return place;
-}
-
-// Leaves errno at the meaning of the last error and returns it.
-Status last_error_as_errno() {
-  errno = errno_of(::GetLastError());
-  return Status{static_cast<std::uint32_t>(errno)};
-}
-
-std::uint64_t granularity() {
-  SYSTEM_INFO info{};
-  ::GetSystemInfo(&info);
-  return info.dwAllocationGranularity;
 }
 
 class WindowsFile final : public File {
@@ -138,15 +148,10 @@ Result<std::unique_ptr<Mapping>> WindowsFile::map(std::uint64_t offset, std::uin
   if (object.get() == nullptr)
     return last_error_as_errno();
 
-  const std::size_t lead = offset % granularity();
-  const std::size_t view_length = lead + length;
-  const std::uint64_t start = offset - lead;
-  void* view =
-      ::MapViewOfFile(object.get(), FILE_MAP_ALL_ACCESS, high_word(start), low_word(start), view_length);
-  if (view == nullptr)
-    return last_error_as_errno();
-  return std::unique_ptr<Mapping>(
-      std::make_unique<WindowsMapping>(std::move(object), static_cast<std::byte*>(view), view_length, lead));
+  auto mapping = std::make_unique<WindowsMapping>(std::move(object), offset, length);
+  if (const Status mapped = mapping->map(); !mapped.ok())
+    return mapped;
+  return std::unique_ptr<Mapping>(std::move(mapping));
 }
 
 }  // namespace
