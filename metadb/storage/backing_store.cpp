@@ -1,5 +1,6 @@
 #include "metadb/storage/backing_store.h"
 
+#include <algorithm>
 #include <limits>
 #include <memory>
 #include <utility>

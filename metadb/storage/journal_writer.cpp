@@ -35,9 +35,8 @@ std::span<std::byte> checked_range(std::uint64_t position, std::uint64_t size) {
                                            static_cast<std::size_t>(size));
 }
 
-// The place of the first begin entry's magic from `at` on, at the distance of whole entries; `end` if
-// there is none. The compiler makes vector instructions of the inner loop, as a half is large and mostly free
-// of them.
+// The place of the first begin entry's magic from `at` on, at the distance of whole entries; `end` if there
+// is none. The compiler makes vector instructions of the inner loop.
 std::size_t find_begin(std::span<const std::byte> entries, std::size_t at, std::size_t end) {
   constexpr std::size_t words_at_once = 64;
   std::uint32_t pattern = 0;
@@ -58,7 +57,8 @@ std::size_t find_begin(std::span<const std::byte> entries, std::size_t at, std::
   return std::min(at, end);
 }
 
-// Calls `visit(position, serial)` for whatever in a half reads as a whole begin entry.
+// Calls `visit(position, serial)` for whatever in a half reads as a whole begin entry. (One that crosses into
+// the second half would have the magic of that half's first entry in its serial, which no serial reaches.)
 template <typename Visitor>
 void for_each_begin(unsigned half, Visitor visit) {
   const auto halves = geometry();

@@ -16,7 +16,8 @@ namespace mdb {
 // the "bytes" meter counts it. Throws error_range for an entry past the journal's end.
 //
 // Entries are gathered in memory, and reach the journal in large pieces, at the end of their transaction at
-// the latest: nobody but their own transaction reads them before.
+// the latest: nobody but their own transaction reads them before. An entry too long for that is stored in
+// place.
 class JournalWriter {
  public:
   // Half 0 or 1: the one that is being written.

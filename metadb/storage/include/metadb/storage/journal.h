@@ -32,8 +32,9 @@ void journal_shutdown();
 void journal_abandon();
 
 // Opens a transaction, nested when one is open. An outermost one first runs journal_checkpoint(). Nothing is
-// open when it throws error_internal without a validated journal or with one too small for an entry, the
-// error of an earlier flush that failed, or what syncing and applying throw.
+// open when it throws error_internal without a validated journal or with one too small for an entry
+// (error_range with one below 56 bytes), the error of an earlier flush that
+// failed, or what syncing and applying throw.
 void transaction_begin();
 
 // Records that the bytes at `offset` of the database shall be `data`. They are visible to private copies

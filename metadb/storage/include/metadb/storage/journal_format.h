@@ -9,7 +9,7 @@
 //       32    16  index pointer of the second half
 //
 //   offset  size  index pointer
-//        0     8  serial of the half, one more than the other's when it was entered
+//        0     8  serial of the half, higher than every earlier one
 //        8     4  jpos: byte offset in the journal of the half's first entry
 //       12     4  CRC-32 of bytes 0 to 11
 //
