@@ -1,133 +1,134 @@
 // Makes files as large as those of a new database pair with the writes and flushes that go with them, and
 // puts nothing into them: bare-creation DIRECTORY CHECKS
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <array>
+#include <algorithm>
 #include <cstdlib>
-#include <string>
+#include <filesystem>
+#include <initializer_list>
+
+#include "bare_file.h"
 
 namespace {
 
-constexpr off_t page = 4096;
-constexpr off_t block = 8192;
-constexpr off_t mdb_blocks = 385;
-constexpr off_t map_blocks = 256;
-constexpr off_t journal_bytes = 8 << 20;
-constexpr int chain_sets = 3;
+using bench::BareFile;
 
-std::array<char, block> buffer{};
+constexpr std::size_t block_bytes = 8192;
+constexpr std::uint64_t mdb_blocks = 385;
+constexpr std::size_t mdb_header_bytes = 1024;
+constexpr std::uint64_t journal_bytes = std::uint64_t{8} << 20;
+constexpr std::size_t journal_header_bytes = 48;
+constexpr std::uint64_t blocks_of_a_check = 128;
+constexpr std::uint64_t blocks_of_a_map_entry = 32;
+constexpr std::size_t header_and_chains = 13;
+constexpr std::size_t chains_of_a_set = 4;
+constexpr std::size_t check_chain = 3;  // of each set; it alone has room for all checks from the start
+constexpr int checks_in_a_block = 511;
 
-void check(bool succeeded) {
-  if (!succeeded)
-    std::exit(1);
+const std::vector<std::byte> some_bytes(65'536, std::byte{1});
+
+void write_some(const BareFile& file, std::uint64_t position, std::size_t length) {
+  file.write(position, std::span(some_bytes).first(length));
 }
-int open_file(const std::string& path, int flags = 0) {
-  const int file = ::open(path.c_str(), O_RDWR | O_CLOEXEC | flags, 0600);
-  check(file >= 0);
-  return file;
-}
-void write_at(int file, off_t position, off_t length) {
-  check(::pwrite(file, buffer.data(), static_cast<std::size_t>(length), position) == length);
-}
-void write_zeros(int file, off_t end, off_t step) {
-  for (off_t position = 0; position < end; position += step)
-    write_at(file, position, step);
-}
-void flush(int file) {
-  check(::fsync(file) == 0);
+void write_blocks(const BareFile& file, std::initializer_list<std::uint64_t> blocks) {
+  for (const std::uint64_t block : blocks)
+    write_some(file, block * block_bytes, block_bytes);
 }
 
-class Directory {
- public:
-  explicit Directory(std::string path) : path_(std::move(path)) {}
+// A new file of zeros, whose name is made durable.
+void make(const std::filesystem::path& path, std::uint64_t size) {
+  BareFile(path, O_EXCL).write_zeros(0, size, bench::created_at_once);
+  const int directory = ::open(path.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  bench::require(directory >= 0 && ::fsync(directory) == 0);
+  ::close(directory);
+}
 
-  // A new file of zeros, whose name is made durable.
-  void make(const char* name, off_t size) const {
-    const int file = open_file(path_ + '/' + name, O_CREAT | O_EXCL);
-    write_zeros(file, size, page);
-    ::close(file);
-    const int directory = ::open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    flush(directory);
-    ::close(directory);
-  }
-  int open(const char* name) const { return open_file(path_ + '/' + name); }
+void sync_journal(const BareFile& journal) {
+  journal.flush();
+  journal.stamp();
+}
 
- private:
-  std::string path_;
-};
+// The view of a journal is synced once, whether or not it is changed.
+void sync_view(const BareFile& journal, std::span<std::byte> view) {
+  bench::require(::msync(view.data(), view.size(), MS_SYNC) == 0);
+  sync_journal(journal);
+}
 
-class Journal {
- public:
-  Journal(int file, std::size_t mapped) : file_(file), mapped_(mapped) {
-    view_ = static_cast<char*>(::mmap(nullptr, mapped_, PROT_READ | PROT_WRITE, MAP_SHARED, file_, 0));
-    check(view_ != MAP_FAILED);
-  }
-  void put(std::size_t position, std::size_t length) {
-    for (std::size_t i = 0; i < length; ++i)
-      view_[position + i] = static_cast<char>(i);
-  }
-  void sync() {
-    check(::msync(view_, mapped_, MS_SYNC) == 0);
-    flush(file_);
-    check(::futimens(file_, nullptr) == 0);
-  }
-  void close() {
-    sync();
-    ::munmap(view_, mapped_);
-    ::close(file_);
-  }
+std::size_t check_chain_bytes(int checks) {
+  return (checks > checks_in_a_block ? 2 : 1) * block_bytes;
+}
 
- private:
-  int file_;
-  std::size_t mapped_;
-  char* view_;
-};
+void make_tsdb(const BareFile& file, int checks) {
+  const std::uint64_t blocks = static_cast<std::uint64_t>(checks) * blocks_of_a_check;
+  const std::uint64_t capacity =
+      (blocks + blocks_of_a_map_entry - 1) / blocks_of_a_map_entry * blocks_of_a_map_entry;
+  file.write_zeros(0, capacity * block_bytes, block_bytes);
+  std::uint64_t position = 0;
+  for (std::size_t i = 0; i < header_and_chains; ++i) {
+    const std::size_t length = i % chains_of_a_set == check_chain ? check_chain_bytes(checks) : block_bytes;
+    write_some(file, position, length);
+    position += length;
+  }
+  write_blocks(file, {0});
+  file.flush();
+}
 
-void make_tsdb(const Directory& directory, int checks) {
-  directory.make("main.tsdb", 0);
-  const int file = directory.open("main.tsdb");
-  const off_t blocks = off_t{checks} * 128;
-  write_zeros(file, (blocks + 31) / 32 * 32 * block, block);
-  const int chain_blocks = 4 + (checks > 511 ? 1 : 0);
-  write_zeros(file, (1 + chain_sets * chain_blocks) * block, block);
-  flush(file);
+void make_files(const std::filesystem::path& directory, int checks) {
+  make(directory / "main.odb", mdb_blocks * block_bytes);
+  const BareFile mdb(directory / "main.odb");
+  write_some(mdb, 0, mdb_header_bytes);
+  make(directory / "main.odbj", journal_bytes);
+  const BareFile journal(directory / "main.odbj");
+  const std::span<std::byte> view = journal.map(mdb_header_bytes);
+  std::fill_n(view.begin(), journal_header_bytes, std::byte{1});
+  sync_view(journal, view);
+  make(directory / "main.tsdb", 0);
+  make_tsdb(BareFile(directory / "main.tsdb"), checks);
+  sync_journal(journal);
+  ::munmap(view.data(), view.size());
+  mdb.flush();
+}
+
+// The two roots of the indexes and three records, in as many transactions as that takes, and a time series.
+void write_content(const std::filesystem::path& directory, int checks) {
+  const BareFile mdb(directory / "main.odb");
+  const BareFile journal(directory / "main.odbj");
+  const BareFile tsdb(directory / "main.tsdb");
+  const std::span<std::byte> view = journal.map(journal_bytes);
+  sync_view(journal, view);
+  mdb.flush();
+  write_some(journal, 0, journal_header_bytes);
+  sync_journal(journal);
+  sync_journal(journal);
+
+  std::uint64_t position = journal_header_bytes;
+  const auto append = [&](std::initializer_list<std::size_t> transactions) {
+    for (const std::size_t length : transactions) {
+      write_some(journal, position, length);
+      position += length;
+    }
+  };
+  append({8264, 8264, 72, 72, 32'976, 72, 41'352});
+  write_some(tsdb, check_chain * block_bytes, check_chain_bytes(checks));
+  write_blocks(tsdb, {1, 2, 4});
+  tsdb.flush();
+  write_blocks(tsdb, {0});
+  tsdb.flush();
+  write_blocks(tsdb, {0, 0});
+  tsdb.flush();
+  write_blocks(tsdb, {0});
+  tsdb.flush();
+  append({72, 16'896});
+  sync_journal(journal);
+  ::munmap(view.data(), view.size());
+  mdb.flush();
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  check(argc == 3);
-  const Directory directory(argv[1]);
-
-  directory.make("main.odb", mdb_blocks * block);
-  int mdb = directory.open("main.odb");
-  write_at(mdb, 0, 1024);
-  directory.make("main.odbj", journal_bytes);
-  Journal header(directory.open("main.odbj"), 1024);
-  header.put(0, 48);
-  header.sync();
-  make_tsdb(directory, std::atoi(argv[2]));
-  header.close();
-  flush(mdb);
-  ::close(mdb);
-
-  // Opened again, for the default content: the roots of two indexes, ten records in as many transactions.
-  mdb = directory.open("main.odb");
-  Journal journal(directory.open("main.odbj"), journal_bytes);
-  journal.sync();
-  flush(mdb);
-  journal.put(16, 16);
-  journal.sync();
-  for (off_t i = 0; i < map_blocks; ++i)
-    check(::pread(mdb, buffer.data(), block, (1 + i) * block) == block);
-  journal.sync();
-  journal.put(48, 20 * (block + 24));
-  journal.close();
-  flush(mdb);
-  ::close(mdb);
+  bench::require(argc == 3);
+  const int checks = std::atoi(argv[2]);
+  make_files(argv[1], checks);
+  write_content(argv[1], checks);
   return 0;
 }

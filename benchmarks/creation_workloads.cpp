@@ -24,30 +24,11 @@ double milliseconds(const timeval& time) {
   return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_usec) / 1e3;
 }
 
-// While it lives, programs that are started fail when they want more memory of their own; mapped files do not
-// count.
-class PrivateMemoryLimit {
- public:
-  static constexpr rlim_t bytes = rlim_t{12} << 20;
+// Memory of its own that a program may have; mapped files do not count.
+constexpr rlim_t private_memory_limit = rlim_t{12} << 20;
 
-  PrivateMemoryLimit() {
-    getrlimit(RLIMIT_DATA, &before_);
-    set({bytes, before_.rlim_max});
-  }
-  ~PrivateMemoryLimit() { setrlimit(RLIMIT_DATA, &before_); }
-  PrivateMemoryLimit(const PrivateMemoryLimit&) = delete;
-  PrivateMemoryLimit& operator=(const PrivateMemoryLimit&) = delete;
-
- private:
-  static void set(const rlimit& limit) {
-    if (setrlimit(RLIMIT_DATA, &limit) != 0)
-      throw std::runtime_error("The memory of the tool cannot be limited");
-  }
-
-  rlimit before_{};
-};
-
-// Runs a program to its end, with the file as its input and without output.
+// Runs a program to its end, with the file as its input and without output. It fails when it wants more
+// memory than it may have.
 Finished run_program(std::vector<std::string> words, const std::string& input) {
   posix_spawn_file_actions_t streams;
   posix_spawn_file_actions_init(&streams);
@@ -59,14 +40,14 @@ Finished run_program(std::vector<std::string> words, const std::string& input) {
     arguments.push_back(word.data());
   arguments.push_back(nullptr);
 
-  const PrivateMemoryLimit limit;
+  const rlimit limit{private_memory_limit, private_memory_limit};
   const Clock clock;
   pid_t process = 0;
   int status = -1;
   rusage usage{};
   const bool ended =
       posix_spawn(&process, words[0].c_str(), &streams, nullptr, arguments.data(), environ) == 0 &&
-      wait4(process, &status, 0, &usage) == process;
+      prlimit(process, RLIMIT_DATA, &limit, nullptr) == 0 && wait4(process, &status, 0, &usage) == process;
   const double seconds = clock.seconds();
   posix_spawn_file_actions_destroy(&streams);
   if (!ended || status != 0)
@@ -92,27 +73,16 @@ void create(const Options& options, const std::string& workload, int checks, Tar
         {options.programs / "bare-creation", fresh_directory(options, "creation"), std::to_string(checks)},
         "/dev/null");
   };
-  contest(options, workload, "ms",
-          {{"Quenor",
-            [&] {
-              return Outcome{tool().milliseconds, {}};
-            }},
-           {"the same writes and flushes",
-            [&] {
-              return Outcome{bare().milliseconds, {}};
-            },
-            target}});
-  contest(options, workload, "CPU ms",
-          {{"Quenor",
-            [&] {
-              return Outcome{tool().processor_milliseconds, {}};
-            }},
-           {"the same writes and flushes",
-            [&] {
-              return Outcome{bare().processor_milliseconds, {}};
-            },
-            at_most(1.5)}});
-  remark(text::concat("the tool had ", PrivateMemoryLimit::bytes >> 20, " MiB of private memory at most"));
+  const auto compare = [&](const std::string& unit, double Finished::*cost, Target wanted) {
+    const auto cost_of = [cost](const auto& run) {
+      return fastest_of_some([&run, cost] { return Outcome{run().*cost, {}}; });
+    };
+    contest(options, workload, unit,
+            {{"Quenor", cost_of(tool)}, {"the same writes and flushes", cost_of(bare), wanted}});
+  };
+  compare("ms", &Finished::milliseconds, target);
+  compare("CPU ms", &Finished::processor_milliseconds, at_most(1.5));
+  remark(text::concat("the tool had ", private_memory_limit >> 20, " MiB of private memory at most"));
 }
 
 }  // namespace

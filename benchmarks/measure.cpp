@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
+#include <utility>
 
 namespace bench {
 namespace {
@@ -63,9 +64,10 @@ std::vector<double> contest(const Options& options, const std::string& workload,
   std::vector<Summary> summaries(contestants.size());
   for (int run = 0; run < options.runs; ++run) {
     for (std::size_t i = 0; i < contestants.size(); ++i) {
-      std::fprintf(stderr, "%s, run %d: %s\n", workload.c_str(), run + 1, contestants[i].name.c_str());
+      std::fprintf(stderr, "%s, run %d: %s", workload.c_str(), run + 1, contestants[i].name.c_str());
       ::sync();  // what the one before has left to write
       summaries[i].add(contestants[i].run());
+      std::fprintf(stderr, " %s\n", number(summaries[i].figures.back()).c_str());
     }
   }
   std::vector<double> figures;
@@ -82,6 +84,16 @@ std::vector<double> contest(const Options& options, const std::string& workload,
   }
   std::fflush(stdout);
   return figures;
+}
+
+std::function<Outcome()> fastest_of_some(std::function<Outcome()> run) {
+  return [run = std::move(run)] {
+    constexpr int attempts = 4;
+    Outcome fastest = run();
+    for (int i = 1; i < attempts; ++i)
+      fastest.figure = std::min(fastest.figure, run().figure);
+    return fastest;
+  };
 }
 
 void remark(const std::string& text) {

@@ -57,6 +57,11 @@ struct Contestant {
 std::vector<double> contest(const Options& options, const std::string& workload, const std::string& unit,
                             const std::vector<Contestant>& contestants);
 
+// Runs it a few times at once; the least figure counts. For files of a size that the memory for them decides:
+// the host of a virtual machine takes back what is free for a while, and who touches it first waits several
+// times as long as the writing takes. The later runs take over the memory of the earlier ones.
+std::function<Outcome()> fastest_of_some(std::function<Outcome()> run);
+
 // A remark below the line that was printed last.
 void remark(const std::string& text);
 
