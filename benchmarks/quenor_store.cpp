@@ -3,6 +3,7 @@
 #include <utility>
 #include <vector>
 
+#include "bare_file.h"
 #include "common/log.h"
 #include "measure.h"
 #include "metadb/objects/database.h"
@@ -17,7 +18,6 @@
 #include "nodemodel/node_store.h"
 #include "nodemodel/record_reader.h"
 #include "nodemodel/serialization_cache.h"
-#include "platform/platform.h"
 
 namespace bench {
 namespace {
@@ -29,14 +29,6 @@ std::string mdb_path(const StoreSettings& settings) {
 }
 std::string journal_path(const StoreSettings& settings) {
   return settings.directory / "main.odbj";
-}
-
-// In pieces like those of the tool, which decide how large the pieces are in which the system keeps the file.
-void make_zero_file(const std::string& path, std::uint64_t size) {
-  const auto file = std::move(platform::system().create_new(path).value());
-  const std::vector<std::byte> zeros(4096);
-  for (std::uint64_t done = 0; done < size; done += zeros.size())
-    (void)file->write_at(done, zeros);
 }
 
 class QuenorStore final : public Store {
@@ -120,8 +112,8 @@ class QuenorStore final : public Store {
 
 void create_database(const StoreSettings& settings) {
   constexpr std::uint64_t block_count = first_data_block + 128;
-  make_zero_file(mdb_path(settings), block_count * block_bytes);
-  make_zero_file(journal_path(settings), settings.journal_bytes);
+  BareFile(mdb_path(settings), O_EXCL).write_zeros(0, block_count * block_bytes, created_at_once);
+  BareFile(journal_path(settings), O_EXCL).write_zeros(0, settings.journal_bytes, created_at_once);
   mdb::backing_open(mdb_path(settings));
   mdb::mdb_write_header({.block_size = block_bytes,
                          .journal_placement = mdb::JournalPlacement::external,

@@ -46,10 +46,11 @@ class Statement {
 
 class Database {
  public:
-  explicit Database(const StoreSettings& settings) {
+  Database(const StoreSettings& settings, const char* locking) {
     const std::string path = settings.directory / "nodes.sqlite";
     if (sqlite3_open(path.c_str(), &database_) != SQLITE_OK)
       throw std::runtime_error("Cannot open " + path);
+    execute(locking);
     execute("PRAGMA page_size=8192");
     execute("PRAGMA journal_mode=WAL");
     execute(settings.synchronous ? "PRAGMA synchronous=FULL" : "PRAGMA synchronous=NORMAL");
@@ -84,7 +85,7 @@ class Database {
 
 class SqliteStore final : public Store {
  public:
-  explicit SqliteStore(const StoreSettings& settings) : database_(settings) {}
+  SqliteStore(const StoreSettings& settings, const char* locking) : database_(settings, locking) {}
 
   void store(const Node& node) override {
     insert_.bind(1, node.id).bind(2, node.parent).bind(3, node.text).run();
@@ -121,7 +122,11 @@ class SqliteStore final : public Store {
 }  // namespace
 
 std::unique_ptr<Store> open_sqlite(const StoreSettings& settings) {
-  return std::make_unique<SqliteStore>(settings);
+  return std::make_unique<SqliteStore>(settings, "PRAGMA locking_mode=NORMAL");
+}
+
+std::unique_ptr<Store> open_exclusive_sqlite(const StoreSettings& settings) {
+  return std::make_unique<SqliteStore>(settings, "PRAGMA locking_mode=EXCLUSIVE");
 }
 
 }  // namespace bench

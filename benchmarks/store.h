@@ -52,10 +52,14 @@ struct Engine {
 
 std::unique_ptr<Store> open_quenor(const StoreSettings& settings);
 std::unique_ptr<Store> open_sqlite(const StoreSettings& settings);
+// Locks the database once, as nobody else may open it, and not for each statement.
+std::unique_ptr<Store> open_exclusive_sqlite(const StoreSettings& settings);
 std::unique_ptr<Store> open_lmdb(const StoreSettings& settings);
 std::unique_ptr<Store> open_rocksdb(const StoreSettings& settings);
 
 inline constexpr Engine sqlite = {"SQLite", "WAL, NORMAL", "WAL, FULL", open_sqlite};
+inline constexpr Engine exclusive_sqlite = {"SQLite", "WAL, NORMAL, EXCLUSIVE", "WAL, FULL, EXCLUSIVE",
+                                            open_exclusive_sqlite};
 inline constexpr Engine lmdb = {"LMDB", "NOSYNC, synced once a second", "synchronous", open_lmdb};
 inline constexpr Engine rocksdb = {"RocksDB", "WAL, not synced", "WAL, synced", open_rocksdb};
 

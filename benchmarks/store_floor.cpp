@@ -1,17 +1,12 @@
 #include "store_floor.h"
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstring>
-#include <map>
 #include <optional>
 #include <span>
-#include <stdexcept>
+#include <utility>
 
+#include "bare_file.h"
 #include "common/crc32.h"
 #include "metadb/storage/journal_format.h"
 #include "quenor_store.h"
@@ -19,66 +14,26 @@
 namespace bench {
 namespace {
 
-// A file is created in pieces of this size, which the system then keeps its pages in.
-constexpr std::size_t created_at_once = 4096;
 constexpr std::size_t written_out_at_once = std::size_t{1} << 20;
-
-void check(bool succeeded) {
-  if (!succeeded)
-    throw std::runtime_error("A call of the floor failed");
-}
-
-class File {
- public:
-  explicit File(const std::filesystem::path& path, std::uint64_t size)
-      : descriptor_(::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600)) {
-    check(descriptor_ >= 0);
-    append_zeros(size, created_at_once);
-    flush();
-  }
-  ~File() { ::close(descriptor_); }
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
-
-  int descriptor() const { return descriptor_; }
-  void write(std::span<const std::byte> bytes, std::uint64_t position) const {
-    check(::pwrite(descriptor_, bytes.data(), bytes.size(), static_cast<off_t>(position)) ==
-          static_cast<ssize_t>(bytes.size()));
-  }
-  void grow_to(std::uint64_t size) { append_zeros(size, block_bytes); }
-  void flush() const { check(::fsync(descriptor_) == 0); }
-  void stamp() const { check(::futimens(descriptor_, nullptr) == 0); }
-  void start_flush(std::uint64_t position, std::uint64_t length) const {
-    check(::sync_file_range(descriptor_, static_cast<off_t>(position), static_cast<off_t>(length),
-                            SYNC_FILE_RANGE_WRITE) == 0);
-  }
-  std::uint64_t size() const { return size_; }
-
- private:
-  void append_zeros(std::uint64_t size, std::size_t at_once) {
-    const std::vector<std::byte> zeros(at_once);
-    for (; size_ < size; size_ += at_once)
-      write(zeros, size_);
-  }
-
-  int descriptor_;
-  std::uint64_t size_ = 0;
-};
+constexpr std::uint64_t new_store_blocks = first_data_block + 128;
 
 class Floor {
  public:
-  Floor(const StoreSettings& settings, const Trace& trace)
+  Floor(const StoreSettings& settings, const Trace& trace, Checksums checksums)
       : trace_(trace),
-        journal_file_(settings.directory / "floor.odbj", settings.journal_bytes),
-        store_(settings.directory / "floor.odb", std::uint64_t{first_data_block + 128} * block_bytes),
+        checksums_(checksums),
+        journal_file_(settings.directory / "floor.odbj"),
+        store_(settings.directory / "floor.odb"),
         images_(std::size_t{64} << 20),
-        half_(settings.journal_bytes / 2) {
-    void* view =
-        ::mmap(nullptr, settings.journal_bytes, PROT_READ, MAP_SHARED, journal_file_.descriptor(), 0);
-    check(view != MAP_FAILED);
-    journal_ = {static_cast<const std::byte*>(view), settings.journal_bytes};
+        half_(settings.journal_bytes / 2),
+        ranges_(trace.block_count(block_bytes)) {
+    journal_file_.write_zeros(0, settings.journal_bytes, created_at_once);
+    journal_file_.flush();
+    store_.write_zeros(0, new_store_blocks * block_bytes, created_at_once);
+    store_.flush();
+    journal_ = journal_file_.map(settings.journal_bytes);
   }
-  ~Floor() { ::munmap(const_cast<std::byte*>(journal_.data()), journal_.size()); }
+  ~Floor() { ::munmap(journal_.data(), journal_.size()); }
   Floor(const Floor&) = delete;
   Floor& operator=(const Floor&) = delete;
 
@@ -112,27 +67,36 @@ class Floor {
     return free * 100U < half_ * 25;
   }
   void flip() {
+    check_again();
     sync_journal();
     apply();
     store_.flush();
     in_second_half_ = !in_second_half_;
-    written_out_ = position_ = in_second_half_ ? half_ : mdb::format::journal_header_size;
-    journal_file_.write({image(position_), mdb::format::index_pointer::size},
-                        mdb::format::journal_header::pointers);
+    applied_ = written_out_ = position_ = in_second_half_ ? half_ : mdb::format::journal_header_size;
+    journal_file_.write(mdb::format::journal_header::pointers,
+                        {image(position_), mdb::format::index_pointer::size});
     sync_journal();
   }
   void sync_and_apply_when_due() {
     if (last_sync_.has_value() && last_sync_->seconds() < 1)
       return;
     last_sync_.emplace();
+    check_again();
     sync_journal();
     apply();
   }
+  void check_again() {
+    if (checksums_ == Checksums::and_at_apply)
+      sum_ ^= security::crc32(std::span<const std::byte>(journal_).subspan(applied_, position_ - applied_));
+    applied_ = position_;
+  }
   void apply() {
     std::size_t waiting = 0;
-    for (const auto& [block, range] : changed_) {
-      store_.write(journal_.subspan(range.source, range.end - range.start),
-                   block * block_bytes + range.start);
+    std::ranges::sort(changed_);
+    for (const std::uint64_t block : changed_) {
+      const Range range = std::exchange(ranges_[block], {});
+      store_.write(block * block_bytes + range.start,
+                   std::span<const std::byte>(journal_).subspan(range.source, range.end - range.start));
       waiting += range.end - range.start;
       if (waiting < written_out_at_once)
         continue;
@@ -157,7 +121,9 @@ class Floor {
     append(&journal_[position_ + transaction_.size()],
            mdb::format::update_entry_size(change.length) - mdb::format::update_entry::data - change.length);
     make_room(block);
-    Range& range = changed_[block];
+    Range& range = ranges_[block];
+    if (range.end == 0)
+      changed_.push_back(block);
     const std::size_t start = change.target % block_bytes;
     range.start = std::min(range.start, start);
     range.end = std::max(range.end, start + change.length);
@@ -167,7 +133,7 @@ class Floor {
     append(image(0), mdb::format::end_entry::size);
     const std::uint32_t sum = security::crc32(transaction_);
     std::memcpy(&transaction_[transaction_.size() - sizeof sum], &sum, sizeof sum);
-    journal_file_.write(transaction_, position_);
+    journal_file_.write(position_, transaction_);
     position_ += transaction_.size();
     transaction_.clear();
     if (position_ - written_out_ < written_out_at_once)
@@ -176,29 +142,37 @@ class Floor {
     written_out_ = position_;
   }
   void make_room(std::uint64_t block) {
-    if (const std::uint64_t end = (block + 1) * block_bytes; end > store_.size())
-      store_.grow_to(std::max(end, store_.size() + store_.size() / 5));
+    if (block < store_blocks_)
+      return;
+    const std::uint64_t wanted = std::max(block + 1, store_blocks_ + store_blocks_ / 5);
+    store_.write_zeros(store_blocks_ * block_bytes, wanted * block_bytes, block_bytes);
+    store_blocks_ = wanted;
   }
 
   const Trace& trace_;
-  File journal_file_;
-  File store_;
+  Checksums checksums_;
+  BareFile journal_file_;
+  BareFile store_;
+  std::uint64_t store_blocks_ = new_store_blocks;
   std::vector<std::byte> images_;
-  std::span<const std::byte> journal_;
+  std::span<std::byte> journal_;
   std::size_t half_;
   std::size_t position_ = mdb::format::journal_header_size;
   std::size_t written_out_ = mdb::format::journal_header_size;
+  std::size_t applied_ = mdb::format::journal_header_size;
+  std::uint32_t sum_ = 0;
   std::vector<std::byte> transaction_;
   bool in_second_half_ = false;
-  std::optional<Clock> last_sync_;          // the first transaction after an opening is due
-  std::map<std::uint64_t, Range> changed_;  // by block
+  std::optional<Clock> last_sync_;  // the first transaction after an opening is due
+  std::vector<Range> ranges_;       // by block
+  std::vector<std::uint64_t> changed_;
 };
 
 }  // namespace
 
-Outcome operations_at_the_floor(const StoreSettings& settings, const Trace& trace, std::size_t untimed,
-                                std::size_t timed) {
-  Floor floor(settings, trace);
+Outcome operations_at_the_floor(const StoreSettings& settings, const Trace& trace, Checksums checksums,
+                                std::size_t untimed, std::size_t timed) {
+  Floor floor(settings, trace, checksums);
   for (std::size_t i = 0; i < untimed; ++i)
     floor.operation(i);
   floor.sync_journal();
@@ -209,16 +183,24 @@ Outcome operations_at_the_floor(const StoreSettings& settings, const Trace& trac
   return outcome;
 }
 
-Outcome overwrite_and_flush(const StoreSettings& settings, std::size_t node_count, bool stamp) {
-  // One transaction: two headers in a data block, two leaves and a node with a text of 200 bytes.
-  constexpr std::size_t journal_bytes_each =
-      mdb::format::begin_entry::size + 2 * mdb::format::update_entry_size(4) +
-      2 * mdb::format::update_entry_size(block_bytes) + mdb::format::update_entry_size(268) +
-      mdb::format::end_entry::size;
-  const File file(settings.directory / "floor", settings.journal_bytes);
-  const std::vector<std::byte> bytes(journal_bytes_each, std::byte{1});
-  return timed_operations(node_count, 1, [&](std::size_t i) {
-    file.write(bytes, i * bytes.size() % (settings.journal_bytes - bytes.size()));
+Outcome overwrite_and_flush(const StoreSettings& settings, const Trace& trace, bool stamp) {
+  const BareFile file(settings.directory / "floor");
+  file.write_zeros(0, settings.journal_bytes, created_at_once);
+  file.flush();
+  const std::vector<std::byte> bytes(settings.journal_bytes, std::byte{1});
+  std::uint64_t position = 0;
+  return timed_operations(trace.operation_count(), 1, [&](std::size_t i) {
+    std::uint64_t length = 0;
+    trace.for_each_transaction(i, [&](std::span<const Change> changes) {
+      length += mdb::format::begin_entry::size;
+      for (const Change& change : changes)
+        length += mdb::format::update_entry_size(change.length);
+      length += mdb::format::end_entry::size;
+    });
+    if (position + length > settings.journal_bytes)
+      position = 0;
+    file.write(position, std::span(bytes).first(length));
+    position += length;
     file.flush();
     if (stamp)
       file.stamp();

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -20,6 +21,15 @@ class Trace {
   void add(const Change& change) { changes_.push_back(change); }
   void end_transaction() { transaction_ends_.push_back(changes_.size()); }
   void end_operation() { operation_ends_.push_back(transaction_ends_.size()); }
+
+  std::size_t operation_count() const { return operation_ends_.size(); }
+  // Blocks of that size up to the last that is changed.
+  std::uint64_t block_count(std::uint64_t block_bytes) const {
+    std::uint64_t end = 0;
+    for (const Change& change : changes_)
+      end = std::max(end, change.target + change.length);
+    return (end + block_bytes - 1) / block_bytes;
+  }
 
   // Calls `visit(std::span<const Change>)` for each transaction of an operation.
   template <typename Visitor>

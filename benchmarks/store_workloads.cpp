@@ -1,6 +1,6 @@
 #include <algorithm>
 #include <cstring>
-#include <map>
+#include <initializer_list>
 #include <memory>
 #include <optional>
 
@@ -15,8 +15,6 @@ namespace {
 
 constexpr std::size_t children_each = 20;
 constexpr std::size_t text_bytes = 200;
-constexpr std::uint64_t small_journal = std::uint64_t{8} << 20;
-constexpr std::uint64_t large_journal = std::uint64_t{128} << 20;
 
 const std::string usual_text(text_bytes, 't');
 const std::string larger_text(text_bytes * 3 / 2, 'T');
@@ -87,16 +85,22 @@ Trace traced(const Options& options, StoreSettings settings, std::size_t count, 
   return recorder.trace();
 }
 
-Contestant at_the_floor(const Options& options, const StoreSettings& settings, std::size_t count,
-                        std::size_t rewrites) {
+// Both floors, which write what was written by `count` stores and `rewrites` of nodes that outgrow their
+// objects; the stores are not timed when there are rewrites.
+std::vector<Contestant> floors(const Options& options, const StoreSettings& settings, std::size_t count,
+                               std::size_t rewrites) {
   const auto trace = std::make_shared<const Trace>(traced(options, settings, count, rewrites));
-  const auto run = [=, &options] {
-    StoreSettings floor_settings = settings;
-    floor_settings.directory = fresh_directory(options, "store");
-    return rewrites == 0 ? operations_at_the_floor(floor_settings, *trace, 0, count)
-                         : operations_at_the_floor(floor_settings, *trace, count, rewrites);
+  const auto floor = [=, &options](Checksums checksums) {
+    return [=, &options] {
+      StoreSettings floor_settings = settings;
+      floor_settings.directory = fresh_directory(options, "store");
+      const std::size_t untimed = rewrites == 0 ? 0 : count;
+      return operations_at_the_floor(floor_settings, *trace, checksums, untimed,
+                                     trace->operation_count() - untimed);
+    };
   };
-  return {"floor", run, at_least(0.8)};
+  return {{"floor", floor(Checksums::once), at_least(0.8)},
+          {"floor with the checksum at apply", floor(Checksums::and_at_apply), at_least(0.8)}};
 }
 
 std::uint64_t percent(double ratio) {
@@ -111,26 +115,34 @@ struct Rates {
 
 Rates store_of(const Options& options, std::size_t count, std::uint64_t journal_bytes) {
   const StoreSettings settings{.journal_bytes = journal_bytes};
-  const auto figures =
-      contest(options, text::concat("store ", count, ", journal ", journal_bytes >> 20, " MiB"), "k/s",
-              {{"Quenor", [&] { return store_nodes(options, open_quenor, settings, count); }},
-               storing(options, lmdb, settings, count, at_least(0.6)),
-               at_the_floor(options, settings, count, 0),
-               storing(options, sqlite, settings, count, at_least(2)),
-               storing(options, rocksdb, settings, count, {})});
+  std::vector<Contestant> contestants = floors(options, settings, count, 0);
+  contestants.insert(contestants.begin(),
+                     {{"Quenor", [&] { return store_nodes(options, open_quenor, settings, count); }},
+                      storing(options, lmdb, settings, count, at_least(0.6))});
+  contestants.insert(contestants.end(), {storing(options, sqlite, settings, count, at_least(2)),
+                                         storing(options, exclusive_sqlite, settings, count, {}),
+                                         storing(options, rocksdb, settings, count, {})});
+  const auto figures = contest(
+      options, text::concat("store ", count, ", journal ", journal_bytes >> 20, " MiB"), "k/s", contestants);
   return {figures[0], figures[1]};
 }
 
-void store_with_each_journal(const Options& options, std::size_t count) {
-  static std::map<std::uint64_t, Rates> smallest;  // of the stores of this run, by the journal's size
-  for (const std::uint64_t journal_bytes : {small_journal, large_journal}) {
-    const Rates rates = store_of(options, count, journal_bytes);
-    const auto [found, is_first] = smallest.try_emplace(journal_bytes, rates);
-    if (is_first)
-      continue;
-    remark(text::concat("one costs ", percent(found->second.quenor / rates.quenor),
-                        " % of what it does in the smallest store, with LMDB ",
-                        percent(found->second.lmdb / rates.lmdb), " %"));
+constexpr std::uint64_t journal_sizes[] = {std::uint64_t{8} << 20, std::uint64_t{128} << 20};
+
+// Stores of several sizes, and what one more record costs in the larger ones beside the smallest.
+void store_of_each_size(const Options& options, std::initializer_list<std::size_t> counts) {
+  for (const std::uint64_t journal_bytes : journal_sizes) {
+    std::optional<Rates> smallest;
+    for (const std::size_t count : counts) {
+      const Rates rates = store_of(options, count, journal_bytes);
+      if (!smallest.has_value()) {
+        smallest = rates;
+        continue;
+      }
+      remark(text::concat("one costs ", percent(smallest->quenor / rates.quenor),
+                          " % of what it does in the smallest store, with LMDB ",
+                          percent(smallest->lmdb / rates.lmdb), " %"));
+    }
   }
 }
 
@@ -178,7 +190,7 @@ struct Sibling {
 };
 
 void compare(const Options& options, const Task& task, const std::vector<Sibling>& siblings,
-             const std::optional<Contestant>& floor = std::nullopt) {
+             const std::vector<Contestant>& floors = {}) {
   std::vector<Contestant> contestants;
   const auto add = [&](const Engine& engine, const std::string& name, Target target) {
     prepared(options, engine, task.stored);
@@ -187,8 +199,7 @@ void compare(const Options& options, const Task& task, const std::vector<Sibling
          target});
   };
   add(quenor, "Quenor", {});
-  if (floor.has_value())
-    contestants.push_back(*floor);
+  contestants.insert(contestants.end(), floors.begin(), floors.end());
   for (const Sibling& sibling : siblings)
     add(sibling.engine, label(sibling.engine, false), sibling.target);
   contest(options, text::concat(task.name, " of ", task.stored), "k/s", contestants);
@@ -217,27 +228,28 @@ std::uint64_t folded(std::string_view bytes) {
 }
 
 void run_store(const Options& options) {
-  for (const std::size_t count : {10'000U, 100'000U})
-    store_with_each_journal(options, options.sized(count, count / 100));
+  store_of_each_size(options, {options.sized(10'000, 100), options.sized(100'000, 1'000)});
 }
 
 void run_store_million(const Options& options) {
-  store_with_each_journal(options, options.sized(1'000'000, 10'000));
+  store_of_each_size(options, {options.sized(10'000, 100), options.sized(1'000'000, 10'000)});
 }
 
 void run_store_sync(const Options& options) {
   const StoreSettings settings{.synchronous = true};
   const std::size_t count = options.sized(2'000, 100);
+  const Trace trace = traced(options, settings, count, 0);
   const auto overwriting = [&](bool stamp) {
     StoreSettings floor_settings = settings;
     floor_settings.directory = fresh_directory(options, "store");
-    return overwrite_and_flush(floor_settings, count, stamp);
+    return overwrite_and_flush(floor_settings, trace, stamp);
   };
   contest(options, text::concat("store-sync ", count), "k/s",
           {{"Quenor", [&] { return store_nodes(options, open_quenor, settings, count); }},
            {"overwrite and flush", [&] { return overwriting(false); }, at_least(0.7)},
            {"floor: the same and the stamp", [&] { return overwriting(true); }, at_least(0.8)},
            storing(options, sqlite, settings, count, at_least(1)),
+           storing(options, exclusive_sqlite, settings, count, {}),
            storing(options, lmdb, settings, count, {}),
            storing(options, rocksdb, settings, count, {})});
 }
@@ -291,7 +303,7 @@ void run_rewrite(const Options& options) {
            .operation = rewrite_larger,
            .undo = [](Store& store, std::uint64_t random, std::size_t) { store.rewrite(node_at(random)); }},
           {{sqlite, at_least(1)}, {lmdb, {}}, {rocksdb, {}}},
-          at_the_floor(options, {}, usual_store(options), operations));
+          floors(options, {}, usual_store(options), operations));
 }
 
 void run_free(const Options& options) {
