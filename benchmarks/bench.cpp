@@ -21,7 +21,6 @@ constexpr Workload workloads[] = {
     {"create-default", bench::run_create_default},
     {"create-1000", bench::run_create_1000},
     {"store", bench::run_store},
-    {"store-million", bench::run_store_million},
     {"store-sync", bench::run_store_sync},
     {"get", bench::run_get},
     {"children", bench::run_children},

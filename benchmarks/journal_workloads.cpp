@@ -115,7 +115,8 @@ Outcome bare_misses(const Options& options, std::uint64_t half_bytes, std::size_
   store.write_zeros(0, std::uint64_t{block_count} * block_bytes, block_bytes);
   const BareFile journal(directory / "journal");
   journal.write_zeros(0, half_bytes, block_bytes);
-  const std::span<const std::byte> entries = journal.map(half_bytes);
+  const std::span<std::byte> entries = journal.map(half_bytes);
+  std::ranges::fill(entries, image[0]);  // every page of the view has been touched
 
   struct Update {
     std::uint32_t start;
@@ -138,7 +139,7 @@ Outcome bare_misses(const Options& options, std::uint64_t half_bytes, std::size_
       std::memcpy(&buffer[update.start], &entries[update.position], update_bytes);
   });
   outcome.figure = 1000 / outcome.figure;
-  ::munmap(const_cast<std::byte*>(entries.data()), entries.size());
+  ::munmap(entries.data(), entries.size());
   return outcome;
 }
 

@@ -10,7 +10,6 @@ namespace bench {
 void run_create_default(const Options& options);
 void run_create_1000(const Options& options);
 void run_store(const Options& options);
-void run_store_million(const Options& options);
 void run_store_sync(const Options& options);
 void run_get(const Options& options);
 void run_children(const Options& options);
