@@ -162,11 +162,12 @@ void UnappliedUpdates::prefetch() const {
   std::size_t lines = 0;
   for (const UpdateRecord& update : updates_) {
     const std::byte* const data = journal.data() + update.data_position;
-    for (std::size_t at = 0; at < update.length + line_bytes; at += line_bytes) {
+    for (std::size_t at = 0; at < update.length; at += line_bytes) {
       if (++lines > most_lines)
         return;
       __builtin_prefetch(data + at);
     }
+    __builtin_prefetch(data + update.length - 1);  // it rarely starts with a line
   }
 }
 
