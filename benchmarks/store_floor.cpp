@@ -19,9 +19,8 @@ constexpr std::uint64_t new_store_blocks = first_data_block + 128;
 
 class Floor {
  public:
-  Floor(const StoreSettings& settings, const Trace& trace, Checksums checksums)
+  Floor(const StoreSettings& settings, const Trace& trace)
       : trace_(trace),
-        checksums_(checksums),
         journal_file_(settings.directory / "floor.odbj"),
         store_(settings.directory / "floor.odb"),
         images_(std::size_t{64} << 20),
@@ -67,12 +66,11 @@ class Floor {
     return free * 100U < half_ * 25;
   }
   void flip() {
-    check_again();
     sync_journal();
     apply();
     store_.flush();
     in_second_half_ = !in_second_half_;
-    applied_ = written_out_ = position_ = in_second_half_ ? half_ : mdb::format::journal_header_size;
+    written_out_ = position_ = in_second_half_ ? half_ : mdb::format::journal_header_size;
     journal_file_.write(mdb::format::journal_header::pointers,
                         {image(position_), mdb::format::index_pointer::size});
     sync_journal();
@@ -81,14 +79,8 @@ class Floor {
     if (last_sync_.has_value() && last_sync_->seconds() < 1)
       return;
     last_sync_.emplace();
-    check_again();
     sync_journal();
     apply();
-  }
-  void check_again() {
-    if (checksums_ == Checksums::and_at_apply)
-      sum_ ^= security::crc32(std::span<const std::byte>(journal_).subspan(applied_, position_ - applied_));
-    applied_ = position_;
   }
   void apply() {
     std::size_t waiting = 0;
@@ -150,7 +142,6 @@ class Floor {
   }
 
   const Trace& trace_;
-  Checksums checksums_;
   BareFile journal_file_;
   BareFile store_;
   std::uint64_t store_blocks_ = new_store_blocks;
@@ -159,8 +150,6 @@ class Floor {
   std::size_t half_;
   std::size_t position_ = mdb::format::journal_header_size;
   std::size_t written_out_ = mdb::format::journal_header_size;
-  std::size_t applied_ = mdb::format::journal_header_size;
-  std::uint32_t sum_ = 0;
   std::vector<std::byte> transaction_;
   bool in_second_half_ = false;
   std::optional<Clock> last_sync_;  // the first transaction after an opening is due
@@ -170,9 +159,9 @@ class Floor {
 
 }  // namespace
 
-Outcome operations_at_the_floor(const StoreSettings& settings, const Trace& trace, Checksums checksums,
-                                std::size_t untimed, std::size_t timed) {
-  Floor floor(settings, trace, checksums);
+Outcome operations_at_the_floor(const StoreSettings& settings, const Trace& trace, std::size_t untimed,
+                                std::size_t timed) {
+  Floor floor(settings, trace);
   for (std::size_t i = 0; i < untimed; ++i)
     floor.operation(i);
   floor.sync_journal();

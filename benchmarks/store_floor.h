@@ -9,14 +9,10 @@
 
 namespace bench {
 
-// Whether the checksum of each transaction is made once, when it is written, or again when it is applied, as
-// whatever walks the journal has to.
-enum class Checksums { once, and_at_apply };
-
 // Writes what the operations of a trace wrote into a store that was new; the first `untimed` of them before
 // the clock starts.
-Outcome operations_at_the_floor(const StoreSettings& settings, const Trace& trace, Checksums checksums,
-                                std::size_t untimed, std::size_t timed);
+Outcome operations_at_the_floor(const StoreSettings& settings, const Trace& trace, std::size_t untimed,
+                                std::size_t timed);
 
 // Overwrites and flushes as many bytes as each operation of a trace put into the journal, and stamps the file
 // after each flush when the journal's own rule is wanted.

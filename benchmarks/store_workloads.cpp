@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <optional>
 
 #include "common/text.h"
 #include "store.h"
@@ -83,22 +84,18 @@ Trace traced(const Options& options, StoreSettings settings, std::size_t count, 
   return recorder.trace();
 }
 
-// Both floors, which write what was written by `count` stores and `rewrites` of nodes that outgrow their
-// objects; the stores are not timed when there are rewrites.
-std::vector<Contestant> floors(const Options& options, const StoreSettings& settings, std::size_t count,
-                               std::size_t rewrites) {
+// Writes what was written by `count` stores, or, when there are any, by `rewrites` of nodes that outgrow
+// their objects after them.
+Contestant at_the_floor(const Options& options, const StoreSettings& settings, std::size_t count,
+                        std::size_t rewrites) {
   const auto trace = std::make_shared<const Trace>(traced(options, settings, count, rewrites));
-  const auto floor = [=, &options](Checksums checksums) {
-    return [=, &options] {
-      StoreSettings floor_settings = settings;
-      floor_settings.directory = fresh_directory(options, "store");
-      const std::size_t untimed = rewrites == 0 ? 0 : count;
-      return operations_at_the_floor(floor_settings, *trace, checksums, untimed,
-                                     trace->operation_count() - untimed);
-    };
+  const auto run = [=, &options] {
+    StoreSettings floor_settings = settings;
+    floor_settings.directory = fresh_directory(options, "store");
+    const std::size_t untimed = rewrites == 0 ? 0 : count;
+    return operations_at_the_floor(floor_settings, *trace, untimed, trace->operation_count() - untimed);
   };
-  return {{"floor", floor(Checksums::once), at_least(0.8)},
-          {"floor with the checksum at apply", floor(Checksums::and_at_apply), at_least(0.8)}};
+  return {"floor", run, at_least(0.8)};
 }
 
 std::uint64_t percent(double ratio) {
@@ -114,12 +111,12 @@ struct Rates {
 
 Rates store_of(const Options& options, std::size_t count, std::uint64_t journal_bytes) {
   const StoreSettings settings{.journal_bytes = journal_bytes};
-  std::vector<Contestant> contestants = floors(options, settings, count, 0);
-  contestants.insert(contestants.begin(),
-                     {{"Quenor", [&] { return store_nodes(options, open_quenor, settings, count); }},
-                      storing(options, lmdb, settings, count, at_least(0.6))});
-  contestants.insert(contestants.end(), {storing(options, sqlite, settings, count, at_least(2)),
-                                         storing(options, rocksdb, settings, count, {})});
+  std::vector<Contestant> contestants = {
+      {"Quenor", [&] { return store_nodes(options, open_quenor, settings, count); }},
+      storing(options, lmdb, settings, count, at_least(0.6)),
+      at_the_floor(options, settings, count, 0),
+      storing(options, sqlite, settings, count, at_least(2)),
+      storing(options, rocksdb, settings, count, {})};
   if (count <= 100'000)  // the largest store takes minutes, and says no more of the locks
     contestants.push_back(storing(options, exclusive_sqlite, settings, count, {}));
   const auto figures = contest(
@@ -178,7 +175,7 @@ struct Sibling {
 };
 
 void compare(const Options& options, const Task& task, const std::vector<Sibling>& siblings,
-             const std::vector<Contestant>& floors = {}) {
+             const std::optional<Contestant>& floor = std::nullopt) {
   std::vector<Contestant> contestants;
   const auto add = [&](const Engine& engine, const std::string& name, Target target) {
     prepared(options, engine, task.stored);
@@ -187,7 +184,8 @@ void compare(const Options& options, const Task& task, const std::vector<Sibling
          target});
   };
   add(quenor, "Quenor", {});
-  contestants.insert(contestants.end(), floors.begin(), floors.end());
+  if (floor.has_value())
+    contestants.push_back(*floor);
   for (const Sibling& sibling : siblings)
     add(sibling.engine, label(sibling.engine, false), sibling.target);
   contest(options, text::concat(task.name, " of ", task.stored), "k/s", contestants);
@@ -291,7 +289,7 @@ void run_rewrite(const Options& options) {
            .operation = rewrite_larger,
            .undo = [](Store& store, std::uint64_t random, std::size_t) { store.rewrite(node_at(random)); }},
           {{sqlite, at_least(1)}, {lmdb, {}}, {rocksdb, {}}},
-          floors(options, {}, usual_store(options), operations));
+          at_the_floor(options, {}, usual_store(options), operations));
 }
 
 void run_free(const Options& options) {
