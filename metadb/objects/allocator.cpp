@@ -202,12 +202,13 @@ PlaceholderSearch find_placeholder(ObjectHandle& handle, std::uint32_t size) {
   if (mark_query(handle.block) == BlockClass::empty) {
     throw error_internal("Search for placeholder in empty block");
   }
-  handle.data = read_block_copy(handle.block);
+  BlockBuffer scratch;
+  const std::span<const std::byte> block_bytes = view_block(handle.block, scratch);
   bloads.increment();
 
   std::uint32_t free_bytes = 0;
   std::optional<std::uint32_t> candidate;
-  for (const Item& item : BlockItems(handle.block, handle.data.bytes())) {
+  for (const Item& item : BlockItems(handle.block, block_bytes)) {
     if (!item.is_placeholder)
       continue;
     free_bytes += item.length_bytes;
@@ -217,8 +218,7 @@ PlaceholderSearch find_placeholder(ObjectHandle& handle, std::uint32_t size) {
       break;
   }
   handle.offset = candidate.value_or(0);
-  if (!candidate)
-    handle.data = {};
+  handle.data = candidate ? read_block_copy(handle.block) : BlockBuffer();
   return {.found = candidate.has_value(), .block_full = free_bytes < full_below_bytes()};
 }
 
