@@ -292,6 +292,7 @@ BlockBuffer read_block_copy(std::uint32_t block) {
 }
 
 void write_block_copy(std::uint32_t block, BlockBuffer copy) {
+  transactions.images.reserve(kept_image_bytes / block_size() + 1);  // nothing may fail behind the update
   transaction_update(copy.bytes(), std::uint64_t{block} * block_size());
   if (transactions.images.size() * block_size() < kept_image_bytes)
     transactions.images.push_back({transactions.pending.size() - 1, std::move(copy)});

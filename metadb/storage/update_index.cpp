@@ -1,11 +1,15 @@
 #include "update_index.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "metadb/storage/backing_store.h"
 
 namespace mdb {
 namespace {
+
+// Lists that only grow leave less than this between them: three times what they hold.
+constexpr std::size_t most_room_for_each = 4;
 
 std::uint64_t first_block(const UpdateRecord& record) {
   return record.target / block_size();
@@ -22,8 +26,24 @@ bool covers_block(const UpdateRecord& update, std::uint64_t block) {
 }
 
 void UpdateIndex::add(const UpdateRecord& record) {
+  close_up_if_sparse();
   for (std::uint64_t block = first_block(record); block <= last_block(record); ++block)
     append(block, record);
+}
+
+// What is added and removed time and again takes no more memory than what stays.
+void UpdateIndex::close_up_if_sparse() {
+  if (updates_.size() <= most_room_for_each * (listed_ + 1))
+    return;
+  std::vector<UpdateRecord> closed_up;
+  closed_up.reserve(updates_.size());
+  for (auto& [block, list] : lists_) {
+    const auto start = updates_.begin() + static_cast<std::ptrdiff_t>(list.start);
+    list.start = closed_up.size();
+    list.capacity = list.count;
+    closed_up.insert(closed_up.end(), start, start + static_cast<std::ptrdiff_t>(list.count));
+  }
+  updates_ = std::move(closed_up);
 }
 
 void UpdateIndex::append(std::uint64_t block, const UpdateRecord& record) {
@@ -31,6 +51,7 @@ void UpdateIndex::append(std::uint64_t block, const UpdateRecord& record) {
   if (found == lists_.end()) {
     updates_.push_back(record);
     lists_.emplace(block, List{.start = updates_.size() - 1, .capacity = 1, .count = 1});
+    listed_ += 1;
     return;
   }
   List& list = found->second;
@@ -40,6 +61,7 @@ void UpdateIndex::append(std::uint64_t block, const UpdateRecord& record) {
     list.counts_from = list.count;
   updates_[list.start + list.count] = record;
   list.count += 1;
+  listed_ += 1;
 }
 
 // Twice as much at the end, unless it stands there already.
@@ -67,6 +89,7 @@ void UpdateIndex::remove_last(const UpdateRecord& record) {
 
 void UpdateIndex::drop_last(std::uint64_t block, List& list) {
   list.count -= 1;
+  listed_ -= 1;
   if (list.count == 0) {
     if (list.start + list.capacity == updates_.size())
       updates_.resize(list.start);
@@ -82,6 +105,7 @@ void UpdateIndex::drop_last(std::uint64_t block, List& list) {
 
 void UpdateIndex::clear() {
   updates_.clear();
+  listed_ = 0;
   lists_.clear();
 }
 

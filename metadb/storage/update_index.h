@@ -50,11 +50,13 @@ class UpdateIndex {
     std::size_t counts_from = 0;  // the last that covers the whole block, or the first
   };
 
+  void close_up_if_sparse();
   void append(std::uint64_t block, const UpdateRecord& record);
   void make_room(List& list);
   void drop_last(std::uint64_t block, List& list);
 
-  std::vector<UpdateRecord> updates_;  // the lists, and what they left behind as they grew
+  std::vector<UpdateRecord> updates_;  // the lists, and what they left behind as they grew and went
+  std::size_t listed_ = 0;             // of them
   std::unordered_map<std::uint64_t, List> lists_;
 };
 

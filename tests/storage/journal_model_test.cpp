@@ -1,7 +1,9 @@
-// The journal against a plain array of bytes.
+// The journal against a plain array of bytes, with memory that runs out now and then.
 
+#include <new>
 #include <random>
 
+#include "scarce_memory.h"
 #include "storage_fixture.h"
 
 namespace {
@@ -28,27 +30,57 @@ class JournalModelTest : public StorageTest, public testing::WithParamInterface<
     std::ranges::generate(data, [&] { return static_cast<std::byte>(random_()); });
     const std::uint32_t offset =
         up_to(often_few_blocks(store_bytes) - static_cast<std::uint32_t>(data.size()));
+    if (succeeds([&] { mdb::transaction_update(data, offset); }))
+      std::ranges::copy(data, states_.back().begin() + offset);
+  }
+
+  void update_whole_block() {
+    const std::uint32_t block = up_to(often_few_blocks(store_bytes) / block_size_ - 1);
+    mdb::BlockBuffer copy = mdb::read_block_copy(block);
+    std::ranges::generate(copy.bytes().first(8), [&] { return static_cast<std::byte>(random_()); });
+    const Bytes bytes(copy.bytes().begin(), copy.bytes().end());
+    if (succeeds([&] { mdb::write_block_copy(block, std::move(copy)); }))
+      std::ranges::copy(bytes, states_.back().begin() + std::ptrdiff_t{block} * block_size_);
+  }
+
+  // False when there was no room for it, in the journal or in memory.
+  template <typename Call>
+  bool succeeds(Call call) {
+    const ScarceMemory some(up_to(9) == 0 ? static_cast<int>(up_to(3)) : -1);
     try {
-      mdb::transaction_update(data, offset);
+      call();
     } catch (const mdb::error_transact&) {
-      return;
+      return false;
+    } catch (const std::bad_alloc&) {
+      return false;
     }
-    std::ranges::copy(data, states_.back().begin() + offset);
+    return true;
   }
 
   void begin() {
-    mdb::transaction_begin();
-    states_.push_back(states_.back());
+    if (succeeds([] { mdb::transaction_begin(); }))
+      states_.push_back(states_.back());
   }
 
   void end(bool lazy) {
     try {
-      mdb::transaction_end(lazy || states_.size() > 2);
+      if (!succeeds([&] { mdb::transaction_end(lazy || states_.size() > 2); }))
+        return mdb::transaction_is_open() ? abort() : committed_without_memory();
     } catch (const mdb::error_internal& e) {
       ASSERT_EQ(e.message(), "After journal flip; no space for transend.");
       return abort();
     }
     states_.erase(states_.end() - 2);
+  }
+
+  // It is in the journal: either all goes on, or nothing does until the store is opened anew.
+  void committed_without_memory() {
+    states_.erase(states_.end() - 2);
+    try {
+      const mdb::Transaction none;
+    } catch (const std::bad_alloc&) {
+      die_and_reopen();
+    }
   }
 
   void abort() {
@@ -75,6 +107,8 @@ class JournalModelTest : public StorageTest, public testing::WithParamInterface<
         return pass_seconds(1 + up_to(2));
       return dice < 10 ? mdb::journal_flip(up_to(1) == 1) : begin();
     }
+    if (dice < 6)
+      return update_whole_block();
     if (dice < 60)
       return update();
     if (dice < 70 && states_.size() < 5)
@@ -116,6 +150,21 @@ TEST_P(JournalModelTest, AgreesWithAPlainArray) {
     compare();
     EXPECT_LE(mdb::cache_statistics().entries, 20U);
   }
+}
+
+// What is taken back leaves nothing behind that grows.
+TEST_F(StorageTest, AbortsTakeNoMemory) {
+  create(1 << 16, 1 << 16);
+  open();
+  const mdb::Transaction whole;
+  write("kept", 0);
+  largest_allocation();
+  for (int i = 0; i < 10'000; ++i) {
+    const mdb::Transaction part;
+    for (const std::uint64_t offset : {512U, 1024U, 516U})
+      write("gone", offset);
+  }
+  EXPECT_LT(largest_allocation(), 4096U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Shapes, JournalModelTest,
