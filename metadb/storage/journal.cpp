@@ -116,8 +116,8 @@ void flip(bool write_redirect) {
     writer.write_redirection();
   writer.enter_other_half();
   running_half_enter(writer.serial(), writer.position());
-  journal_sync();  // J4
   journal_meters::flips.increment();
+  journal_sync();  // J4
   log(logging::detail, logging::journal, "Journal flipped. Now using serial ", writer.serial(), ", index ",
       writer.half(), ", jpos ", writer.position());
 }
