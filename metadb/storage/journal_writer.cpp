@@ -57,12 +57,12 @@ std::size_t find_begin(std::span<const std::byte> entries, std::size_t at, std::
   return std::min(at, end);
 }
 
-// Calls `visit(position, serial)` for whatever in a half reads as a whole begin entry. (One that crosses into
-// the second half would have the magic of that half's first entry in its serial, which no serial reaches.)
+// Calls `visit(position, serial)` for whatever in a half reads as a whole begin entry. (One that reaches into
+// the second half's first entry would have its magic in the serial, which no serial reaches.)
 template <typename Visitor>
 void for_each_begin(unsigned half, Visitor visit) {
   const auto halves = geometry();
-  const std::uint64_t end = halves.half_end(half);
+  const std::uint64_t end = half == 0 ? halves.first_entry(1) : halves.half_end(1);
   std::vector<std::byte> piece;
   for (std::uint64_t from = halves.first_entry(half); from + format::begin_entry::size <= end;
        from += searched_at_once) {
