@@ -161,13 +161,19 @@ void UnappliedUpdates::prefetch() const {
   const JournalBytes journal = journal_bytes();
   std::size_t lines = 0;
   for (const UpdateRecord& update : updates_) {
-    const std::byte* const data = journal.data() + update.data_position;
-    for (std::size_t at = 0; at < update.length; at += line_bytes) {
+    const std::uint64_t start = std::max(update.target, block_ * block_size());
+    const std::uint64_t end = std::min(update.target + update.length, (block_ + 1) * block_size());
+    const std::uint64_t position = update.data_position + (start - update.target);
+    if (position + (end - start) > journal.size())
+      return;
+    const auto data =
+        journal.subspan(static_cast<std::size_t>(position), static_cast<std::size_t>(end - start));
+    for (std::size_t at = 0; at < data.size(); at += line_bytes) {
       if (++lines > most_lines)
         return;
-      __builtin_prefetch(data + at);
+      __builtin_prefetch(&data[at]);
     }
-    __builtin_prefetch(data + update.length - 1);  // it rarely starts with a line
+    __builtin_prefetch(&data.back());  // it rarely starts with a line
   }
 }
 
